@@ -1,0 +1,25 @@
+# Debian packages only (scripts/setup.sh installs them). Third-party headers
+# come in as system headers so that our warning flags do not apply to them.
+find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)
+find_package(GTest REQUIRED)
+find_package(nlohmann_json 3 REQUIRED)
+find_package(spdlog REQUIRED)
+find_package(fmt REQUIRED)
+find_package(ICU REQUIRED COMPONENTS uc i18n)
+find_package(CLI11 CONFIG QUIET)
+find_package(benchmark QUIET)
+
+pkg_check_modules(PLIST REQUIRED IMPORTED_TARGET libplist-2.0)
+pkg_check_modules(SODIUM REQUIRED IMPORTED_TARGET libsodium)
+pkg_check_modules(X264 REQUIRED IMPORTED_TARGET x264)
+pkg_check_modules(AVCODEC REQUIRED IMPORTED_TARGET libavcodec libavutil)
+pkg_check_modules(YUV IMPORTED_TARGET libyuv)
+pkg_check_modules(SDL2 IMPORTED_TARGET sdl2)
+
+# Standalone Asio is header-only.
+find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)
+add_library(tsl_asio INTERFACE)
+target_include_directories(tsl_asio SYSTEM INTERFACE ${ASIO_INCLUDE_DIR})
+target_compile_definitions(tsl_asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
+target_link_libraries(tsl_asio INTERFACE Threads::Threads)

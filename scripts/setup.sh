@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Installs the Debian packages the project needs (only those missing), then
+# configures and builds. Usage: scripts/setup.sh [preset]   (default: release)
+set -euo pipefail
+here=$(cd "$(dirname "$0")/.." && pwd)
+preset=${1:-release}
+
+packages=(
+  build-essential cmake ninja-build pkg-config
+  libasio-dev nlohmann-json3-dev
+  libx264-dev libavcodec-dev libavutil-dev libyuv-dev libswscale-dev
+  libsodium-dev libicu-dev libplist-dev
+  libspdlog-dev libfmt-dev
+  googletest libgtest-dev libgmock-dev libbenchmark-dev
+  libsdl2-dev xvfb libcli11-dev
+  clang-14 lld-14 llvm-14 python3
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "installing: ${missing[*]}"
+  sudo_cmd=""
+  [ "$(id -u)" -ne 0 ] && sudo_cmd="sudo"
+  $sudo_cmd env DEBIAN_FRONTEND=noninteractive apt-get update -qq
+  $sudo_cmd env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+cd "$here"
+cmake --preset "$preset" >/dev/null
+cmake --build --preset "$preset"

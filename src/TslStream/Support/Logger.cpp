@@ -1,0 +1,118 @@
+#include "TslStream/Support/Logger.h"
+
+#include <spdlog/sinks/stdout_sinks.h>
+#include <spdlog/spdlog.h>
+
+#include <atomic>
+#include <cstdio>
+#include <mutex>
+
+namespace tsl {
+namespace {
+
+std::atomic<Logger::Observer> gObserver{nullptr};
+
+std::shared_ptr<spdlog::logger> backendFor(const std::string& name) {
+    static std::mutex lock;
+    std::lock_guard guard(lock);
+    if (auto existing = spdlog::get(name)) return existing;
+    auto logger = spdlog::stderr_logger_mt(name);
+    logger->set_pattern("%Y-%m-%d %H:%M:%S.%e [%n] %l: %v");
+    logger->set_level(spdlog::level::info);
+    return logger;
+}
+
+spdlog::level::level_enum toSpd(Logger::Level level) {
+    switch (level) {
+        case Logger::Level::debug: return spdlog::level::debug;
+        case Logger::Level::info: return spdlog::level::info;
+        case Logger::Level::notice: return spdlog::level::info;
+        case Logger::Level::error: return spdlog::level::err;
+        case Logger::Level::fault: return spdlog::level::critical;
+    }
+    return spdlog::level::info;
+}
+
+void appendOne(std::string& out, const std::string& spec, char conv, const Logger::Arg& a, bool asBool) {
+    char buf[512];
+    int n = 0;
+    using K = Logger::Arg::Kind;
+    if (asBool) {
+        bool v = a.kind == K::f ? a.f != 0 : a.kind == K::s ? !a.s.empty() : a.u != 0;
+        out += v ? "true" : "false";
+        return;
+    }
+    switch (conv) {
+        case 's':
+            if (a.kind == K::s) { out.append(a.s); return; }
+            if (a.kind == K::i) { out += std::to_string(a.i); return; }
+            if (a.kind == K::u) { out += std::to_string(a.u); return; }
+            if (a.kind == K::f) { n = std::snprintf(buf, sizeof buf, "%g", a.f); break; }
+            n = std::snprintf(buf, sizeof buf, "%p", a.p);
+            break;
+        case 'd': case 'i': {
+            long long v = a.kind == K::i ? a.i : a.kind == K::u ? (long long)a.u : a.kind == K::f ? (long long)a.f : 0;
+            n = std::snprintf(buf, sizeof buf, (spec + "lld").c_str(), v);
+            break;
+        }
+        case 'u': case 'x': case 'X': case 'o': {
+            unsigned long long v = a.kind == K::u ? a.u : a.kind == K::i ? (unsigned long long)a.i : a.kind == K::f ? (unsigned long long)a.f : 0;
+            n = std::snprintf(buf, sizeof buf, (spec + "ll" + conv).c_str(), v);
+            break;
+        }
+        case 'f': case 'e': case 'g': case 'F': case 'E': case 'G': {
+            double v = a.kind == K::f ? a.f : a.kind == K::i ? double(a.i) : a.kind == K::u ? double(a.u) : 0.0;
+            n = std::snprintf(buf, sizeof buf, (spec + conv).c_str(), v);
+            break;
+        }
+        case 'p':
+            n = std::snprintf(buf, sizeof buf, "%p", a.kind == K::p ? a.p : nullptr);
+            break;
+        default:
+            return;
+    }
+    if (n > 0) out.append(buf, std::min<size_t>(size_t(n), sizeof buf - 1));
+}
+
+}  // namespace
+
+Logger::Logger(std::string subsystem, std::string category)
+    : _subsystem(std::move(subsystem)), _category(std::move(category)),
+      _backend(backendFor(_subsystem + ":" + _category).get()) {}
+
+std::string Logger::render(std::string_view fmt, std::initializer_list<Arg> args) {
+    std::string out;
+    auto next = args.begin();
+    for (size_t i = 0; i < fmt.size(); ++i) {
+        char c = fmt[i];
+        if (c != '%') { out += c; continue; }
+        if (i + 1 < fmt.size() && fmt[i + 1] == '%') { out += '%'; ++i; continue; }
+        size_t j = i + 1;
+        bool asBool = false;
+        if (j < fmt.size() && fmt[j] == '{') {
+            size_t close = fmt.find('}', j);
+            if (close == std::string_view::npos) { out.append(fmt.substr(i)); break; }
+            asBool = fmt.substr(j + 1, close - j - 1) == "bool";
+            j = close + 1;
+        }
+        std::string spec = "%";
+        while (j < fmt.size() && std::string_view("-+ #0123456789.").find(fmt[j]) != std::string_view::npos) spec += fmt[j++];
+        while (j < fmt.size() && std::string_view("hlLqjzt").find(fmt[j]) != std::string_view::npos) ++j;
+        if (j >= fmt.size()) break;
+        char conv = fmt[j];
+        i = j;
+        if (next == args.end()) continue;
+        appendOne(out, spec, conv, *next++, asBool);
+    }
+    return out;
+}
+
+void Logger::log(Level level, const char* fmt, std::initializer_list<Arg> args) const {
+    std::string line = render(fmt, args);
+    static_cast<spdlog::logger*>(_backend)->log(toSpd(level), "{}", line);
+    if (auto observer = gObserver.load()) observer(*this, level, line);
+}
+
+void Logger::setObserver(Observer observer) { gObserver.store(observer); }
+
+}  // namespace tsl
