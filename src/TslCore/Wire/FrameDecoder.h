@@ -1,0 +1,49 @@
+#pragma once
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "TslCore/Support/Bytes.h"
+#include "TslCore/Wire/WireHeader.h"
+#include "TslCore/Wire/WireMessage.h"
+
+namespace tsl {
+
+// Turns a byte stream into messages, however the bytes are split. The first
+// bad frame poisons it for good: a stream has no resynchronisation.
+// One per stream; used by one thread at a time.
+class FrameDecoder {
+public:
+    // Absent: only the per-type limits apply. Takes effect at the next header.
+    std::optional<uint32_t> maxPayload;
+
+    FrameDecoder() = default;
+
+    std::vector<WireMessage> feed(std::span<const uint8_t> bytes);
+
+    // Bytes held that no message has been made of yet.
+    size_t bufferedCount() const { return buffer.size() - start + directHead.size() + directPicture.size(); }
+    bool isPoisoned() const { return poisoned; }
+
+private:
+    std::optional<WireMessage> next();
+    void compact();
+    // Large video payloads skip the buffer: their bytes go straight from the
+    // input into the picture handed to the caller, so they are copied once.
+    void beginDirect();
+    std::span<const uint8_t> absorbDirect(std::span<const uint8_t> in);
+    size_t directNeed() const;
+    WireMessage finishDirect();
+    void resetDirect();
+
+    Bytes buffer;
+    size_t start = 0;
+    std::optional<WireHeader> pendingHeader;
+    bool poisoned = false;
+    bool direct = false;
+    Bytes directHead;
+    Bytes directPicture;
+};
+
+}  // namespace tsl
