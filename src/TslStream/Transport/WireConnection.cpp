@@ -1,0 +1,174 @@
+#include "TslStream/Transport/WireConnection.h"
+
+#include <pthread.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <thread>
+
+#include "TslCore/Wire/FrameDecoder.h"
+#include "TslCore/Wire/WireError.h"
+#include "TslStream/Transport/Socket.h"
+#include "TslStream/Transport/SocketError.h"
+
+namespace tsl {
+namespace {
+constexpr size_t readSize = 262144;
+}
+
+WireConnection::WireConnection(int fd, std::string label) : fd(fd), _label(std::move(label)) {}
+
+WireConnection::WireConnection(const SocketEndpoint& connectingTo, std::string label)
+    : fd(connectSocket(connectingTo)), _label(std::move(label)) {}
+
+WireConnection::~WireConnection() {
+    if (fd >= 0) ::close(fd);
+}
+
+void WireConnection::send(const WireMessage& message) {
+    std::lock_guard write(writeLock);
+    uint32_t seq;
+    {
+        std::lock_guard state(stateLock);
+        seq = ++sequence;  // spent even if encoding fails
+    }
+    Bytes frame = message.encoded(seq);
+    writeAll(frame);
+    std::lock_guard state(stateLock);
+    _bytesSent += frame.size();
+}
+
+void WireConnection::writeAll(const Bytes& frame) {
+    int s;
+    {
+        std::lock_guard state(stateLock);
+        if (closed || fd < 0) throw SocketError("write", EPIPE);
+        s = fd;
+    }
+    size_t done = 0;
+    while (done < frame.size()) {
+        ssize_t n = ::send(s, frame.data() + done, frame.size() - done, MSG_NOSIGNAL);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            throw SocketError("write", errno);
+        }
+        done += size_t(n);
+    }
+}
+
+void WireConnection::start(MessageHandler onMessage, CloseHandler onCloseHandler) {
+    {
+        std::unique_lock state(stateLock);
+        if (!closed && !readerRunning) {
+            onClose = std::move(onCloseHandler);
+            readerRunning = true;
+            state.unlock();
+            std::thread([self = shared_from_this(), handler = std::move(onMessage)]() mutable {
+                std::string name = ("tsl.read." + self->_label).substr(0, 15);
+                pthread_setname_np(pthread_self(), name.c_str());
+                self->readLoop(std::move(handler));
+            }).detach();
+            return;
+        }
+    }
+    if (onCloseHandler) onCloseHandler(std::make_exception_ptr(SocketError("start", EBADF)));
+}
+
+void WireConnection::readLoop(MessageHandler onMessage) {
+    FrameDecoder decoder;
+    std::unique_ptr<uint8_t[]> buffer(new uint8_t[readSize]);
+    std::exception_ptr error;
+    for (;;) {
+        int s;
+        {
+            std::lock_guard state(stateLock);
+            s = fd;
+        }
+        ssize_t n = ::read(s, buffer.get(), readSize);
+        if (n == 0) break;
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            int code = errno;
+            std::lock_guard state(stateLock);
+            if (!closed) error = std::make_exception_ptr(SocketError("read", code));
+            break;
+        }
+        {
+            std::lock_guard state(stateLock);
+            _bytesReceived += uint64_t(n);
+            decoder.maxPayload = payloadLimit;
+        }
+        std::vector<WireMessage> messages;
+        try {
+            messages = decoder.feed(std::span<const uint8_t>(buffer.get(), size_t(n)));
+        } catch (const WireError& e) {
+            log.error("%{public}s: protocol error %{public}s", _label, e.description());
+            error = std::current_exception();
+            break;
+        }
+        for (auto& m : messages) {
+            if (onMessage) onMessage(std::move(m));
+        }
+    }
+
+    // Wake a sender blocked in write (it holds writeLock) before taking writeLock.
+    {
+        std::lock_guard state(stateLock);
+        closed = true;
+        if (fd >= 0) ::shutdown(fd, SHUT_RDWR);
+    }
+    CloseHandler handler;
+    {
+        std::lock_guard write(writeLock);
+        std::lock_guard state(stateLock);
+        readerRunning = false;
+        handler = std::move(onClose);
+        onClose = nullptr;
+        if (fd >= 0) ::close(fd);
+        fd = -1;
+    }
+    buffer.reset();
+    if (handler) handler(error);
+}
+
+void WireConnection::setPayloadLimit(std::optional<uint32_t> limit) {
+    std::lock_guard state(stateLock);
+    payloadLimit = limit;
+}
+
+void WireConnection::close() {
+    int remembered;
+    {
+        std::lock_guard state(stateLock);
+        if (closed) return;
+        closed = true;
+        if (fd >= 0) ::shutdown(fd, SHUT_RDWR);
+        if (readerRunning) return;  // the reader finishes the job, onClose included
+        remembered = fd;
+    }
+    if (remembered < 0) return;
+    std::lock_guard write(writeLock);
+    std::lock_guard state(stateLock);
+    if (fd == remembered) {
+        ::close(fd);
+        fd = -1;
+    }
+}
+
+bool WireConnection::isClosed() const {
+    std::lock_guard state(stateLock);
+    return closed;
+}
+
+uint64_t WireConnection::bytesSent() const {
+    std::lock_guard state(stateLock);
+    return _bytesSent;
+}
+
+uint64_t WireConnection::bytesReceived() const {
+    std::lock_guard state(stateLock);
+    return _bytesReceived;
+}
+
+}  // namespace tsl

@@ -1,0 +1,72 @@
+#pragma once
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "TslCore/Wire/WireMessage.h"
+#include "TslStream/Support/Logger.h"
+#include "TslStream/Transport/SocketEndpoint.h"
+
+namespace tsl {
+
+// Frames on a stream socket: one reader thread, any number of senders.
+//
+// Ownership: the connection owns its descriptor; discarding it closes the
+// descriptor if still open. Always held by shared_ptr: a started reader keeps
+// its connection alive until it has finished and called onClose.
+//
+// Locks: writeLock (held across the blocking write) before stateLock (short
+// field access only). Callbacks run on the reader thread with no lock held.
+// The descriptor is closed only with both locks held, so never under a writer.
+class WireConnection : public std::enable_shared_from_this<WireConnection> {
+public:
+    using MessageHandler = std::function<void(WireMessage)>;
+    // Null: the stream ended cleanly (peer closed, or close() here).
+    using CloseHandler = std::function<void(std::exception_ptr)>;
+
+    WireConnection(int fd, std::string label);
+    // Dials first; throws what connectSocket throws.
+    WireConnection(const SocketEndpoint& connectingTo, std::string label);
+    ~WireConnection();
+    WireConnection(const WireConnection&) = delete;
+    WireConnection& operator=(const WireConnection&) = delete;
+
+    // Encodes and writes one frame whole; throws WireError or SocketError.
+    // Never closes the connection itself.
+    void send(const WireMessage& message);
+    // Starts the reader thread "tsl.read.<label>". A second start, or a start
+    // after close, calls onClose at once with SocketError("start", EBADF).
+    void start(MessageHandler onMessage, CloseHandler onClose);
+    // Applied by the reader from its next successful read on.
+    void setPayloadLimit(std::optional<uint32_t> limit);
+    // Safe from any thread; onClose follows only if a reader was started.
+    void close();
+
+    bool isClosed() const;
+    uint64_t bytesSent() const;
+    uint64_t bytesReceived() const;
+    const std::string& label() const { return _label; }
+
+private:
+    void readLoop(MessageHandler onMessage);
+    void writeAll(const Bytes& frame);
+
+    Logger log{"com.tessel.stream", "connection"};
+    std::mutex writeLock;
+    mutable std::mutex stateLock;
+    int fd;
+    uint32_t sequence = 0;
+    bool closed = false;
+    bool readerRunning = false;
+    std::optional<uint32_t> payloadLimit;
+    CloseHandler onClose;
+    const std::string _label;
+    uint64_t _bytesSent = 0;
+    uint64_t _bytesReceived = 0;
+};
+
+}  // namespace tsl
