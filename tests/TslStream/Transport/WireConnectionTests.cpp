@@ -18,13 +18,24 @@ using tsl::test::Waiter;
 namespace {
 
 // What one connection's callbacks saw, safe to read once `closed` fired.
+// Closes its connection and waits for the reader's end before it goes away.
 struct Recorder {
     std::mutex m;
     std::vector<WireMessage> messages;
     std::exception_ptr error;
     Waiter received, closed;
+    std::shared_ptr<WireConnection> connection;
+    bool started = false;
+
+    ~Recorder() {
+        if (!started) return;
+        connection->close();
+        EXPECT_TRUE(closed.waitFor(1));
+    }
 
     void start(const std::shared_ptr<WireConnection>& c) {
+        connection = c;
+        started = !c->isClosed();
         c->start(
             [this](WireMessage msg) {
                 {
