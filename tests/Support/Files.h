@@ -14,8 +14,7 @@
 namespace tsl {
 // Failures print as their description in test output.
 template <typename T>
-    requires std::derived_from<T, Error>
-std::ostream& operator<<(std::ostream& os, const T& error) {
+requires std::derived_from<T, Error> std::ostream& operator<<(std::ostream& os, const T& error) {
     return os << error.description();
 }
 }  // namespace tsl

@@ -109,8 +109,7 @@ TEST(SafePaths, CheckNoSymlinksRefusesEscapesAndLinksOnTheWay) {
     fs::create_directory_symlink(tmp / "elsewhere", root / "a");
     v = violationOf([&] { SafePaths::checkNoSymlinks(root / "a/b", root); });
     EXPECT_EQ(v, SafePaths::Violation::symlink((root / "a").native()));
-    EXPECT_EQ(v.description(),
-              "refusing to follow a symlink inside a shared folder: " + (root / "a").native());
+    EXPECT_EQ(v.description(), "refusing to follow a symlink inside a shared folder: " + (root / "a").native());
 
     // A root that is itself a link is refused, also when it is the target.
     fs::create_directory_symlink(root, tmp / "rootlink");

@@ -103,7 +103,9 @@ TEST(ShareIO, MoveInNeverOverwrites) {
     // A link planted on the way leads nowhere: the item stays in the work folder.
     fs::create_directory(tmp / "outside");
     fs::create_directory_symlink(tmp / "outside", root / "Migrate/com.example.other");
-    EXPECT_EQ(failureOf([&] { ShareIO::moveIn(work / "App.app", {"Migrate", "com.example.other"}, root); }),
+    EXPECT_EQ(failureOf([&] {
+                  ShareIO::moveIn(work / "App.app", {"Migrate", "com.example.other"}, root);
+              }),
               ShareIO::Failure::open("com.example.other", ENOTDIR));
     EXPECT_EQ(entriesIn(tmp / "outside"), 0u);
     EXPECT_TRUE(entryExists(work / "App.app/second"));

@@ -46,7 +46,9 @@ TEST(TreeCopy, CopiesLinksAsLinksAndNeverTheirTargets) {
     fs::create_symlink("../../secret", src / "Contents/relative");
     fs::create_symlink("does/not/exist", src / "Contents/dangling");
     fs::create_directory_symlink(tmp.path(), src / "Contents/up");
-    fs::create_symlink(std::string("bad\xFF" "name"), src / "Contents/garbled");
+    fs::create_symlink(std::string("bad\xFF"
+                                   "name"),
+                       src / "Contents/garbled");
     struct timespec old[2] = {{1000000000, 0}, {1000000000, 0}};
     ::utimensat(AT_FDCWD, (src / "Contents/MacOS/App").c_str(), old, 0);
     const bool attributes = ::setxattr((src / "Contents/MacOS/App").c_str(), "user.tessel.test", "v1", 2, 0) == 0 &&
