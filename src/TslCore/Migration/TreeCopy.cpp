@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "TslCore/Support/FileTree.h"
-#include "TslCore/Support/UTF8.h"
+#include "TslCore/Support/Utf8.h"
 #include "TslCore/Support/UniqueFd.h"
 
 namespace tsl::TreeCopy {
@@ -69,7 +69,7 @@ void copyLink(const std::string& src, const std::string& dst, bool& made) {
     std::array<char, 1024> buffer{};
     const ssize_t n = ::readlink(src.c_str(), buffer.data(), buffer.size());
     if (n < 0) fail(src, "readlink", errno);
-    const std::string text = UTF8::repaired(std::string_view(buffer.data(), static_cast<size_t>(n)));
+    const std::string text = repairedUtf8(std::string_view(buffer.data(), static_cast<size_t>(n)));
     if (::symlink(text.c_str(), dst.c_str()) != 0) fail(dst, "symlink", errno);
     made = true;
 }

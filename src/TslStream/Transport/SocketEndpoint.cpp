@@ -1,24 +1,11 @@
 #include "TslStream/Transport/SocketEndpoint.h"
 
-#include <limits>
 #include <vector>
+
+#include "TslCore/Support/Decimal.h"
 
 namespace tsl {
 namespace {
-
-// Decimal with an optional leading "+", in range, nothing else.
-template <typename T>
-std::optional<T> parseDecimal(std::string_view s) {
-    if (!s.empty() && s[0] == '+') s.remove_prefix(1);
-    if (s.empty()) return std::nullopt;
-    uint64_t v = 0;
-    for (char c : s) {
-        if (c < '0' || c > '9') return std::nullopt;
-        v = v * 10 + uint64_t(c - '0');
-        if (v > std::numeric_limits<T>::max()) return std::nullopt;
-    }
-    return T(v);
-}
 
 // At most two splits at ":", empty pieces dropped (the last piece keeps its colons).
 std::vector<std::string_view> pieces(std::string_view text) {

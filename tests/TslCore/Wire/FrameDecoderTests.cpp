@@ -180,3 +180,31 @@ TEST(FrameDecoder, BadPictureInALargeFramePoisons) {
     EXPECT_EQ(err, WireError::malformedPayload("bytesPerRow 0 < width\u00D74"));
     EXPECT_EQ(d.bufferedCount(), 0u);
 }
+
+TEST(FrameDecoder, ControlPayloadLimitOnEncodeAndDecode) {
+    auto envelopeOfSize = [](size_t size) {
+        Hello hello;
+        ControlEnvelope e{1, std::nullopt, ControlMessage::Hello{hello}};
+        size_t base = WireMessage::control(e).encoded(1).size() - 16;
+        hello.osVersion.assign(size - base, 'v');
+        return ControlEnvelope{1, std::nullopt, ControlMessage::Hello{hello}};
+    };
+    WireMessage atLimit = WireMessage::control(envelopeOfSize(4194304));
+    Bytes frame = atLimit.encoded(1);
+    ASSERT_EQ(frame.size(), 16u + 4194304u);
+    FrameDecoder d;
+    auto got = feedInChunks(d, frame, 262144);
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_EQ(got[0], atLimit);
+
+    EXPECT_EQ(wireErrorOf([&] { WireMessage::control(envelopeOfSize(4194305)).encoded(1); }),
+              WireError::payloadTooLarge(1, 4194305));
+}
+
+TEST(FrameDecoder, BadControlJSONNamesTheUnderlyingError) {
+    Bytes frame = concat({headerBytes(1, 2), Bytes{'{', '}'}});
+    FrameDecoder d;
+    auto err = wireErrorOf([&] { d.feed(frame); });
+    EXPECT_EQ(err.kind(), WireError::Kind::malformedPayload);
+    EXPECT_EQ(err.text().rfind("control JSON: ", 0), 0u) << err.text();
+}
