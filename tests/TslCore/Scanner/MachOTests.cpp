@@ -8,6 +8,7 @@
 #include <system_error>
 #include <vector>
 
+#include "Support/Errors.h"
 #include "Support/Files.h"
 #include "Support/TempDir.h"
 #include "TslCore/Scanner/MachO.h"
@@ -96,13 +97,7 @@ Bytes joined(std::initializer_list<Bytes> parts) {
 }
 
 MachOError errorOf(const Bytes& data) {
-    try {
-        MachO::archs(data);
-    } catch (const MachOError& e) {
-        return e;
-    }
-    ADD_FAILURE() << "read as Mach-O";
-    return MachOError::notMachO();
+    return thrownBy<MachOError>([&] { MachO::archs(data); });
 }
 
 }  // namespace
