@@ -115,4 +115,8 @@ void Logger::log(Level level, const char* fmt, std::initializer_list<Arg> args) 
 
 void Logger::setObserver(Observer observer) { gObserver.store(observer); }
 
+void Logger::flushAll() {
+    spdlog::apply_all([](const std::shared_ptr<spdlog::logger>& logger) { logger->flush(); });
+}
+
 }  // namespace tsl

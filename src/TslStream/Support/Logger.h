@@ -59,6 +59,9 @@ public:
     using Observer = void (*)(const Logger&, Level, const std::string&);
     static void setObserver(Observer observer);
 
+    // Writes out whatever every logger still holds, before the process ends.
+    static void flushAll();
+
 private:
     std::string _subsystem;
     std::string _category;

@@ -39,14 +39,15 @@ void WireConnection::send(const WireMessage& message) {
     _bytesSent += frame.size();
 }
 
-void WireConnection::writeAll(const Bytes& frame) {
-    int s;
-    {
-        std::lock_guard state(stateLock);
-        if (closed || fd < 0) throw SocketError("write", EPIPE);
-        s = fd;
-    }
-    size_t done = 0;
+int WireConnection::openDescriptor() const {
+    std::lock_guard state(stateLock);
+    if (closed || fd < 0) throw SocketError("write", EPIPE);
+    return fd;
+}
+
+void WireConnection::writeAll(const Bytes& frame, size_t from) {
+    int s = openDescriptor();
+    size_t done = from;
     while (done < frame.size()) {
         ssize_t n = ::send(s, frame.data() + done, frame.size() - done, MSG_NOSIGNAL);
         if (n < 0) {
@@ -55,6 +56,31 @@ void WireConnection::writeAll(const Bytes& frame) {
         }
         done += size_t(n);
     }
+}
+
+bool WireConnection::trySend(const WireMessage& message) {
+    std::unique_lock write(writeLock, std::try_to_lock);
+    if (!write.owns_lock()) return false;
+    uint32_t seq;
+    {
+        std::lock_guard state(stateLock);
+        seq = sequence + 1;  // spent only once a byte has left
+    }
+    Bytes frame = message.encoded(seq);
+    int s = openDescriptor();
+    ssize_t n;
+    do n = ::send(s, frame.data(), frame.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    while (n < 0 && errno == EINTR);
+    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return false;
+    if (n < 0) throw SocketError("write", errno);
+    {
+        std::lock_guard state(stateLock);
+        sequence = seq;
+    }
+    writeAll(frame, size_t(n));
+    std::lock_guard state(stateLock);
+    _bytesSent += frame.size();
+    return true;
 }
 
 void WireConnection::start(MessageHandler onMessage, CloseHandler onCloseHandler) {

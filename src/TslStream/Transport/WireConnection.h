@@ -38,6 +38,10 @@ public:
     // Encodes and writes one frame whole; throws WireError or SocketError.
     // Never closes the connection itself.
     void send(const WireMessage& message);
+    // Sends only if that needs no waiting: false, with nothing written, when
+    // another writer holds the connection or the socket takes no byte now. A
+    // frame the socket takes in part is finished as send would. Throws as send.
+    bool trySend(const WireMessage& message);
     // Starts the reader thread "tsl.read.<label>". A second start, or a start
     // after close, calls onClose at once with SocketError("start", EBADF).
     void start(MessageHandler onMessage, CloseHandler onClose);
@@ -53,7 +57,8 @@ public:
 
 private:
     void readLoop(MessageHandler onMessage);
-    void writeAll(const Bytes& frame);
+    int openDescriptor() const;
+    void writeAll(const Bytes& frame, size_t from = 0);
 
     Logger log{"com.tessel.stream", "connection"};
     std::mutex writeLock;

@@ -264,3 +264,32 @@ TEST(WireConnection, CloseReleasesABlockedReadFromEitherSide) {
         EXPECT_TRUE(a->isClosed());
     }
 }
+
+TEST(WireConnection, TrySendWritesNothingAndSpendsNoNumberWhenTheSocketIsFull) {
+    auto [fdA, fdB] = socketPair();
+    auto a = std::make_shared<WireConnection>(fdA, "a");
+    EXPECT_TRUE(a->trySend(WireMessage::ping(1)));  // sequence 1
+    int refused = 0;
+    while (a->trySend(WireMessage::ping(2))) {}  // small frames fill the socket whole or not at all
+    for (int i = 0; i < 3; ++i) refused += !a->trySend(WireMessage::ping(2));
+    EXPECT_EQ(refused, 3);
+    uint64_t sent = a->bytesSent();
+    std::thread drain([fdB = fdB, sent] {
+        Bytes all;
+        uint8_t buf[65536];
+        ssize_t n;
+        while ((n = ::read(fdB, buf, sizeof buf)) > 0) all.insert(all.end(), buf, buf + n);
+        // Everything written, then the frame after the refusals numbered straight on.
+        EXPECT_EQ(all.size(), sent + 24);
+        FrameDecoder d;
+        auto frames = d.feed(all);
+        ASSERT_GE(all.size(), 24u);
+        const uint8_t* h = all.data() + all.size() - 24 + 12;
+        uint32_t last = uint32_t(h[0]) | uint32_t(h[1]) << 8 | uint32_t(h[2]) << 16 | uint32_t(h[3]) << 24;
+        EXPECT_EQ(last, uint32_t(frames.size()));
+    });
+    a->send(WireMessage::ping(3));
+    a->close();
+    drain.join();
+    ::close(fdB);
+}

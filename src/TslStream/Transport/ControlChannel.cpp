@@ -1,0 +1,187 @@
+#include "TslStream/Transport/ControlChannel.h"
+
+#include <charconv>
+
+#include "TslStream/Runtime/GlobalQueue.h"
+
+namespace tsl {
+namespace {
+
+// A double as the guest platform prints it: shortest form, "5.0" not "5".
+std::string decimalText(double v) {
+    char buf[64];
+    auto r = std::to_chars(buf, buf + sizeof buf, v);
+    std::string s(buf, r.ptr);
+    if (s.find_first_of(".eEn") == std::string::npos) s += ".0";
+    return s;
+}
+
+}  // namespace
+
+ControlChannel::ControlChannel(std::shared_ptr<WireConnection> connection)
+    : connection(std::move(connection)), sendQueue(std::make_shared<SerialQueue>("tsl.control.send")) {}
+
+ControlChannel::~ControlChannel() = default;
+
+void ControlChannel::start() {
+    std::weak_ptr<ControlChannel> weak = weak_from_this();
+    connection->start(
+        [weak](WireMessage m) {
+            if (auto self = weak.lock()) self->dispatch(std::move(m));
+        },
+        [weak](std::exception_ptr error) {
+            if (auto self = weak.lock()) self->failAll(error);
+        });
+}
+
+uint32_t ControlChannel::drawID() {
+    std::lock_guard guard(lock);
+    nextID = nextID == UINT32_MAX ? 1 : nextID + 1;
+    return nextID;
+}
+
+void ControlChannel::setLastID(uint32_t last) {
+    std::lock_guard guard(lock);
+    nextID = last;
+}
+
+std::optional<Resumption<ControlMessage>> ControlChannel::takeWaiter(uint32_t id) {
+    std::lock_guard guard(lock);
+    auto it = waiters.find(id);
+    if (it == waiters.end()) return std::nullopt;
+    Resumption<ControlMessage> waiter = std::move(it->second);
+    waiters.erase(it);
+    return waiter;
+}
+
+asio::awaitable<ControlMessage> ControlChannel::request(ControlMessage message, double timeout) {
+    auto self = shared_from_this();  // a caller awaiting a reply keeps the channel
+    uint32_t id = drawID();
+    std::weak_ptr<ControlChannel> weak = self;
+    co_return co_await Resumption<ControlMessage>::suspend([&](Resumption<ControlMessage> waiter) {
+        std::exception_ptr refused;
+        {
+            std::lock_guard guard(lock);
+            refused = closedError;
+            if (!refused) waiters.emplace(id, waiter);
+        }
+        if (refused) {
+            waiter.fail(refused);
+            return;
+        }
+        std::string name(message.caseName());
+        sendOffCaller(ControlEnvelope{id, std::nullopt, std::move(message)}, [weak, id](std::exception_ptr error) {
+            if (auto self = weak.lock())
+                if (auto w = self->takeWaiter(id)) w->fail(error);
+        });
+        // Never cancelled: after a reply it simply finds no waiter.
+        GlobalQueue::after(fromSeconds(timeout), [weak, id, name, timeout] {
+            auto self = weak.lock();
+            if (!self) return;
+            if (auto w = self->takeWaiter(id))
+                w->fail(ControlError("timeout", "no reply to " + name + " within " + decimalText(timeout) + " s"));
+        });
+    });
+}
+
+void ControlChannel::post(const ControlMessage& message) {
+    connection->send(WireMessage::control(ControlEnvelope{drawID(), std::nullopt, message}));
+}
+
+void ControlChannel::postAsync(ControlMessage message) {
+    sendOffCaller(ControlEnvelope{drawID(), std::nullopt, std::move(message)}, [](std::exception_ptr) {});
+}
+
+// The send queue keeps a caller off a socket that blocks. When nothing is
+// queued and the socket takes the frame at once, the caller sends it itself:
+// the order stays that of enqueueing and a round trip saves a thread hop.
+void ControlChannel::sendOffCaller(ControlEnvelope envelope, std::function<void(std::exception_ptr)> onFailure) {
+    WireMessage frame = WireMessage::control(std::move(envelope));
+    if (queuedSends.load() == 0) {
+        try {
+            if (connection->trySend(frame)) return;
+        } catch (...) {
+            onFailure(std::current_exception());
+            return;
+        }
+    }
+    ++queuedSends;
+    std::weak_ptr<ControlChannel> weak = weak_from_this();
+    sendQueue->post([weak, frame = std::move(frame), onFailure = std::move(onFailure)] {
+        auto self = weak.lock();
+        if (!self) return;
+        try {
+            self->connection->send(frame);
+        } catch (...) {
+            onFailure(std::current_exception());
+        }
+        --self->queuedSends;
+    });
+}
+
+void ControlChannel::reply(const ControlEnvelope& to, const ControlMessage& message) {
+    connection->send(WireMessage::control(ControlEnvelope{drawID(), to.id, message}));
+}
+
+void ControlChannel::close() { connection->close(); }
+
+void ControlChannel::dispatch(WireMessage message) {
+    if (auto ping = message.get<WireMessage::Ping>()) {
+        try {
+            connection->send(WireMessage::pong(ping->value));
+        } catch (...) {
+        }
+        return;
+    }
+    if (auto envelope = message.get<ControlEnvelope>()) {
+        if (envelope->replyTo) {
+            if (auto waiter = takeWaiter(*envelope->replyTo)) {
+                if (auto error = envelope->message.get<ControlMessage::Error>()) waiter->fail(ControlError(error->value));
+                else waiter->resume(envelope->message);
+                return;
+            }
+        }
+        if (auto handler = onUnsolicited()) handler(std::move(*envelope));
+        return;
+    }
+    if (auto handler = onFrame()) handler(std::move(message));
+}
+
+void ControlChannel::failAll(std::exception_ptr error) {
+    std::map<uint32_t, Resumption<ControlMessage>> taken;
+    std::exception_ptr reason = error ? error : std::make_exception_ptr(ControlError("closed", "connection closed"));
+    {
+        std::lock_guard guard(lock);
+        closedError = reason;
+        taken.swap(waiters);
+    }
+    for (auto& [id, waiter] : taken) waiter.fail(reason);
+    if (auto handler = onClose()) handler(error);
+}
+
+ControlChannel::UnsolicitedHandler ControlChannel::onUnsolicited() const {
+    std::lock_guard guard(lock);
+    return _onUnsolicited;
+}
+void ControlChannel::setOnUnsolicited(UnsolicitedHandler handler) {
+    std::lock_guard guard(lock);
+    _onUnsolicited = std::move(handler);
+}
+ControlChannel::FrameHandler ControlChannel::onFrame() const {
+    std::lock_guard guard(lock);
+    return _onFrame;
+}
+void ControlChannel::setOnFrame(FrameHandler handler) {
+    std::lock_guard guard(lock);
+    _onFrame = std::move(handler);
+}
+ControlChannel::CloseHandler ControlChannel::onClose() const {
+    std::lock_guard guard(lock);
+    return _onClose;
+}
+void ControlChannel::setOnClose(CloseHandler handler) {
+    std::lock_guard guard(lock);
+    _onClose = std::move(handler);
+}
+
+}  // namespace tsl
