@@ -5,6 +5,13 @@
 #include <functional>
 #include <vector>
 
+#include <unistd.h>
+
+#include <thread>
+
+#include "TslCore/Support/MonoClock.h"
+#include "TslStream/Transport/Socket.h"
+
 namespace tsl::bench {
 
 // Best of several timed runs of fn, in seconds. Benchmarks compare against a
@@ -31,6 +38,33 @@ inline void ratioLine(const char* what, double ours, double baseline, double tar
     bool met = higherIsBetter ? ratio >= target : ratio <= target;
     std::printf("%-44s ratio %.2f (target %s %.2f) %s\n", what, ratio, higherIsBetter ? ">=" : "<=", target,
                 met ? "met" : "NOT MET");
+}
+
+// Round trips, in microseconds, of 100 bytes written by this thread, echoed by
+// another over a socket pair and read back: the floor for any request.
+inline std::vector<double> rawPingPongMicros(int rounds) {
+    auto [a, b] = socketPair();
+    std::thread echo([b = b, rounds] {
+        uint8_t buf[100];
+        for (int i = 0; i < rounds; ++i) {
+            size_t got = 0;
+            while (got < sizeof buf) got += size_t(::read(b, buf + got, sizeof buf - got));
+            if (::write(b, buf, sizeof buf) != ssize_t(sizeof buf)) std::abort();
+        }
+    });
+    std::vector<double> micros;
+    uint8_t buf[100] = {};
+    for (int i = 0; i < rounds; ++i) {
+        uint64_t t0 = MonoClock::nowNs();
+        if (::write(a, buf, sizeof buf) != ssize_t(sizeof buf)) std::abort();
+        size_t got = 0;
+        while (got < sizeof buf) got += size_t(::read(a, buf + got, sizeof buf - got));
+        micros.push_back(double(MonoClock::nowNs() - t0) / 1e3);
+    }
+    echo.join();
+    ::close(a);
+    ::close(b);
+    return micros;
 }
 
 }  // namespace tsl::bench

@@ -18,31 +18,6 @@ namespace {
 
 constexpr int rounds = 5000;
 
-std::vector<double> rawPingPong() {
-    auto [a, b] = socketPair();
-    std::thread echo([b = b] {
-        uint8_t buf[100];
-        for (int i = 0; i < rounds; ++i) {
-            size_t got = 0;
-            while (got < sizeof buf) got += size_t(::read(b, buf + got, sizeof buf - got));
-            if (::write(b, buf, sizeof buf) != ssize_t(sizeof buf)) std::abort();
-        }
-    });
-    std::vector<double> micros;
-    uint8_t buf[100] = {};
-    for (int i = 0; i < rounds; ++i) {
-        uint64_t t0 = MonoClock::nowNs();
-        if (::write(a, buf, sizeof buf) != ssize_t(sizeof buf)) std::abort();
-        size_t got = 0;
-        while (got < sizeof buf) got += size_t(::read(a, buf + got, sizeof buf - got));
-        micros.push_back(double(MonoClock::nowNs() - t0) / 1e3);
-    }
-    echo.join();
-    ::close(a);
-    ::close(b);
-    return micros;
-}
-
 AgentStatus statusReply() {
     AgentStatus s;
     s.uptimeSeconds = 12345.5;
@@ -82,7 +57,7 @@ std::vector<double> requests() {
 }  // namespace
 
 int main() {
-    auto raw = rawPingPong();
+    auto raw = rawPingPongMicros(rounds);
     auto ours = requests();
     double rawP50 = percentile(raw, 0.5), oursP50 = percentile(ours, 0.5);
     std::printf("raw 100-byte ping-pong:  p50 %.1f us  p99 %.1f us\n", rawP50, percentile(raw, 0.99));

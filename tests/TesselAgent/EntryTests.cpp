@@ -2,12 +2,14 @@
 
 #include "Support/ChildProcess.h"
 #include "Support/TempDir.h"
-#include "TslStream/Transport/WireConnection.h"
-#include "TslStream/Transport/Socket.h"
+#include "Support/AgentTestSupport.h"
+#include "TslStream/Runtime/GlobalQueue.h"
+#include "TslStream/Runtime/Task.h"
 
 using namespace tsl;
 using tsl::test::ChildProcess;
 using tsl::test::TempDir;
+using namespace tsl::test;
 
 TEST(TesselAgentEntry, RefusedCommandLinesExitWithStatusTwo) {
     struct Case {
@@ -29,29 +31,37 @@ TEST(TesselAgentEntry, RefusedCommandLinesExitWithStatusTwo) {
     }
 }
 
-TEST(TesselAgentEntry, ListeningSimulationAnswersPingWithPong) {
+TEST(TesselAgentEntry, ListeningSimulationAnswersAHostHello) {
     TempDir root(TSL_BINARY_DIR);
     std::string socket = (root / "agent.sock").string();
     ChildProcess agent(TSL_AGENT_EXE, {"--listen", "unix:" + socket, "--sim-root", root.path().string()});
     ASSERT_TRUE(agent.waitForOutput("TesselAgent listening on unix:" + socket + "\n")) << agent.standardError();
+    auto channel = std::make_shared<ControlChannel>(std::make_shared<WireConnection>(SocketEndpoint::unix(socket), "test"));
+    channel->start();
+    auto reply = runBlocking(GlobalQueue::executor(), channel->request(ControlMessage::Hello{hostHello()}, 10), limit);
+    EXPECT_EQ(reply, ControlMessage(ControlMessage::Hello{AgentService::agentHelloBase()}));
+    channel->close();
+    EXPECT_FALSE(agent.wait(std::chrono::milliseconds(200)));  // a listening run stays up
+}
 
-    auto connection = std::make_shared<WireConnection>(SocketEndpoint::unix(socket), "test");
-    std::mutex m;
-    std::condition_variable cv;
-    std::optional<uint64_t> pong;
-    connection->start(
-        [&](WireMessage msg) {
-            if (auto p = msg.get<WireMessage::Pong>()) {
-                std::lock_guard g(m);
-                pong = p->value;
-                cv.notify_all();
-            }
-        },
-        nullptr);
-    connection->send(WireMessage::ping(0xFEEDFACECAFEBEEFull));
-    std::unique_lock g(m);
-    ASSERT_TRUE(cv.wait_for(g, std::chrono::seconds(10), [&] { return pong.has_value(); }));
-    EXPECT_EQ(*pong, 0xFEEDFACECAFEBEEFull);
-    g.unlock();
-    connection->close();
+TEST(TesselAgentEntry, ListenerThatCannotBeMadeExitsWithStatusOne) {
+    TempDir root(TSL_BINARY_DIR);
+    std::string socket = (root / "missing" / "agent.sock").string();
+    ChildProcess agent(TSL_AGENT_EXE, {"--listen", "unix:" + socket, "--sim-root", root.path().string()});
+    EXPECT_EQ(agent.wait(), 1);
+    EXPECT_NE(agent.standardError().find("cannot listen on unix:" + socket + " (unix sockets only)"), std::string::npos);
+}
+
+TEST(TesselAgentEntry, ConnectingSimulationExitsWithStatusZeroWhenControlCloses) {
+    TempDir root(TSL_BINARY_DIR);
+    std::string socket = (root / "host.sock").string();
+    FakeHost host(socket);
+    ChildProcess agent(TSL_AGENT_EXE, {"--connect", "unix:" + socket, "--sim-root", root.path().string()});
+    ASSERT_TRUE(host.hellos.waitFor(3)) << agent.standardError();
+    EXPECT_EQ(host.channelNames(), (std::vector<std::string>{"channel:control", "channel:video", "channel:input"}));
+    // A request in flight does not hold the exit up.
+    host.end(0)->channel->postAsync(ControlMessage::Status{});
+    host.end(0)->channel->close();
+    EXPECT_EQ(agent.wait(), 0);
+    EXPECT_NE(agent.standardError().find("host disconnected; exiting (simulation)"), std::string::npos);
 }

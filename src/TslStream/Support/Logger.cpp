@@ -33,7 +33,7 @@ spdlog::level::level_enum toSpd(Logger::Level level) {
     return spdlog::level::info;
 }
 
-void appendOne(std::string& out, const std::string& spec, char conv, const Logger::Arg& a, bool asBool) {
+void appendOne(std::string& out, const std::string& format, char conv, const Logger::Arg& a, bool asBool) {
     char buf[512];
     int n = 0;
     using K = Logger::Arg::Kind;
@@ -52,17 +52,17 @@ void appendOne(std::string& out, const std::string& spec, char conv, const Logge
             break;
         case 'd': case 'i': {
             long long v = a.kind == K::i ? a.i : a.kind == K::u ? (long long)a.u : a.kind == K::f ? (long long)a.f : 0;
-            n = std::snprintf(buf, sizeof buf, (spec + "lld").c_str(), v);
+            n = std::snprintf(buf, sizeof buf, (format + "lld").c_str(), v);
             break;
         }
         case 'u': case 'x': case 'X': case 'o': {
             unsigned long long v = a.kind == K::u ? a.u : a.kind == K::i ? (unsigned long long)a.i : a.kind == K::f ? (unsigned long long)a.f : 0;
-            n = std::snprintf(buf, sizeof buf, (spec + "ll" + conv).c_str(), v);
+            n = std::snprintf(buf, sizeof buf, (format + "ll" + conv).c_str(), v);
             break;
         }
         case 'f': case 'e': case 'g': case 'F': case 'E': case 'G': {
             double v = a.kind == K::f ? a.f : a.kind == K::i ? double(a.i) : a.kind == K::u ? double(a.u) : 0.0;
-            n = std::snprintf(buf, sizeof buf, (spec + conv).c_str(), v);
+            n = std::snprintf(buf, sizeof buf, (format + conv).c_str(), v);
             break;
         }
         case 'p':
@@ -95,14 +95,14 @@ std::string Logger::render(std::string_view fmt, std::initializer_list<Arg> args
             asBool = fmt.substr(j + 1, close - j - 1) == "bool";
             j = close + 1;
         }
-        std::string spec = "%";
-        while (j < fmt.size() && std::string_view("-+ #0123456789.").find(fmt[j]) != std::string_view::npos) spec += fmt[j++];
+        std::string format = "%";
+        while (j < fmt.size() && std::string_view("-+ #0123456789.").find(fmt[j]) != std::string_view::npos) format += fmt[j++];
         while (j < fmt.size() && std::string_view("hlLqjzt").find(fmt[j]) != std::string_view::npos) ++j;
         if (j >= fmt.size()) break;
         char conv = fmt[j];
         i = j;
         if (next == args.end()) continue;
-        appendOne(out, spec, conv, *next++, asBool);
+        appendOne(out, format, conv, *next++, asBool);
     }
     return out;
 }

@@ -1,0 +1,224 @@
+#include "TslAgent/AgentRunner.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "TslAgent/BlockingRequest.h"
+#include "TslAgent/HandshakeGate.h"
+#include "TslStream/Runtime/GlobalQueue.h"
+#include "TslStream/Runtime/MainActor.h"
+
+namespace tsl {
+namespace {
+
+constexpr double helloTimeout = 10.0;
+constexpr double listenHelloLimit = 5.0;
+constexpr double firstRetryDelay = 0.5;
+constexpr double longestRetryDelay = 5.0;
+
+bool isAcceptableHostHello(const ControlMessage& message) {
+    auto hello = message.get<ControlMessage::Hello>();
+    return hello && hello->value.role == Hello::Role::host &&
+           hello->value.protocolVersion == Hello::currentProtocolVersion;
+}
+
+bool peerIsThisUser(int fd) {
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    return ::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == ::getuid();
+}
+
+std::string joinedDescriptions(const std::vector<SocketEndpoint>& endpoints) {
+    std::string text;
+    for (const auto& e : endpoints) text += (text.empty() ? "" : ",") + e.description();
+    return text;
+}
+
+}  // namespace
+
+AgentRunner::AgentRunner(AgentConfig config, std::shared_ptr<AgentService> service, ProcessExit exit)
+    : config(std::move(config)), service(std::move(service)), exit(std::move(exit)) {}
+
+AgentRunner::~AgentRunner() {
+    stop();
+    if (thread.joinable()) thread.join();
+}
+
+void AgentRunner::run() {
+    thread = std::thread([this] {
+        setThreadName("tsl.runner");
+        if (auto listen = config.mode.get<AgentConfig::Mode::Listen>())
+            listenLoop(listen->endpoint);
+        else
+            dialLoop(config.mode.get<AgentConfig::Mode::Connect>()->endpoints);
+    });
+}
+
+void AgentRunner::stop() {
+    std::shared_ptr<DialRound> round;
+    std::shared_ptr<SocketListener> open;
+    {
+        std::lock_guard guard(lock);
+        stopping = true;
+        round = currentRound;
+        open = listener;
+    }
+    wake.notify_all();
+    if (round) round->closeAll();
+    if (open) open->close();
+}
+
+bool AgentRunner::isStopping() {
+    std::lock_guard guard(lock);
+    return stopping;
+}
+
+bool AgentRunner::pause(double seconds) {
+    std::unique_lock guard(lock);
+    return !wake.wait_for(guard, fromSeconds(seconds), [&] { return stopping; });
+}
+
+std::vector<std::pair<SocketEndpoint, Channel>> AgentRunner::plan(const std::vector<SocketEndpoint>& endpoints) {
+    std::vector<std::pair<SocketEndpoint, Channel>> result;
+    if (endpoints.empty()) return result;
+    for (size_t i = 0; i < allChannels.size(); ++i)
+        result.emplace_back(endpoints.size() >= 3 ? endpoints[i] : endpoints[0], allChannels[i]);
+    return result;
+}
+
+void AgentRunner::dialLoop(const std::vector<SocketEndpoint>& endpoints) {
+    double delay = firstRetryDelay;
+    while (!isStopping()) {
+        auto round = dialOnce(config.currentEndpoints(endpoints));
+        if (!round) {
+            if (!pause(delay)) return;
+            delay = std::min(delay * 2, longestRetryDelay);
+            continue;
+        }
+        round->sem.acquire();
+        if (config.exitOnDisconnect) {
+            exit(0);
+            return;
+        }
+        delay = firstRetryDelay;
+    }
+}
+
+std::shared_ptr<DialRound> AgentRunner::dialOnce(const std::vector<SocketEndpoint>& endpoints) {
+    auto round = std::make_shared<DialRound>();
+    {
+        std::lock_guard guard(lock);
+        if (stopping) return nullptr;
+        currentRound = round;
+    }
+    for (const auto& [endpoint, channel] : plan(endpoints)) {
+        if (!dialChannel(*round, round, endpoint, channel)) {
+            round->closeAll();
+            return nullptr;
+        }
+    }
+    if (round->arm()) {
+        round->closeAll();
+        return nullptr;
+    }
+    log.info("connected to host on %{public}s", joinedDescriptions(endpoints));
+    return round;
+}
+
+bool AgentRunner::dialChannel(DialRound& round, const std::weak_ptr<DialRound>& weakRound,
+                              const SocketEndpoint& endpoint, Channel channel) {
+    std::string label = "agent-" + std::string(rawValue(channel));
+    int fd;
+    try {
+        fd = connectSocket(endpoint);
+    } catch (const std::exception&) {
+        return false;  // what a guest meets all the time while the host is away
+    }
+    auto control = std::make_shared<ControlChannel>(std::make_shared<WireConnection>(fd, label));
+    round.add(control);
+    MainActor::current().sync([&] {
+        service->attach(control, {channel});
+        if (channel == Channel::control) {
+            auto previous = control->onClose();
+            control->setOnClose([previous, weakRound](std::exception_ptr error) {
+                if (previous) previous(error);
+                if (auto r = weakRound.lock()) r->controlClosed();
+            });
+        }
+    });
+    if (isStopping()) return false;
+    control->start();
+    Hello hello = AgentService::agentHelloBase();
+    hello.capabilities.emplace_back(rawValue(channel));
+    auto reply = BlockingRequest::run(control, ControlMessage::Hello{hello}, helloTimeout);
+    if (!reply || !isAcceptableHostHello(*reply)) {
+        log.error("handshake failed on %{public}s", rawValue(channel));
+        return false;
+    }
+    return true;
+}
+
+void AgentRunner::listenLoop(const SocketEndpoint& endpoint) {
+    std::shared_ptr<SocketListener> made;
+    try {
+        if (!endpoint.isUnix()) throw std::runtime_error("not a unix endpoint");
+        made = std::make_shared<SocketListener>(endpoint, 8);
+    } catch (const std::exception&) {
+        log.error("cannot listen on %{public}s (unix sockets only)", endpoint.description());
+        exit(1);
+        return;
+    }
+    {
+        std::lock_guard guard(lock);
+        if (stopping) return;
+        listener = made;
+    }
+    std::printf("TesselAgent listening on %s\n", endpoint.description().c_str());
+    std::fflush(stdout);
+    for (int count = 0;;) {
+        int fd;
+        try {
+            fd = made->accept();
+        } catch (const std::exception&) {
+            std::lock_guard guard(lock);
+            listener.reset();
+            return;
+        }
+        if (!peerIsThisUser(fd)) {
+            log.error("rejected a connection from another user");
+            ::close(fd);
+            continue;
+        }
+        acceptConnection(fd, ++count);
+    }
+}
+
+void AgentRunner::acceptConnection(int fd, int count) {
+    auto channel = std::make_shared<ControlChannel>(std::make_shared<WireConnection>(fd, "host-" + std::to_string(count)));
+    auto gate = std::make_shared<HandshakeGate>(channel);
+    std::weak_ptr<ControlChannel> weak = channel;
+    channel->setOnUnsolicited([weak, gate, service = service](ControlEnvelope envelope) {
+        auto channel = weak.lock();
+        if (!channel || !gate->pass()) return;
+        if (!isAcceptableHostHello(envelope.message)) {
+            channel->close();
+            return;
+        }
+        auto channels = channelsOf(envelope.message.get<ControlMessage::Hello>()->value);
+        try {
+            MainActor::current().sync([&] { service->attach(channel, channels); });
+            channel->reply(envelope, ControlMessage::Hello{AgentService::agentHelloBase()});
+        } catch (const std::exception&) {
+            // A failed reply means the channel is closing; no main actor means the process is.
+        }
+    });
+    channel->start();
+    GlobalQueue::after(fromSeconds(listenHelloLimit), [weak, gate] {
+        auto channel = weak.lock();  // before the gate lets go of it
+        if (gate->pass() && channel) channel->close();
+    });
+}
+
+}  // namespace tsl

@@ -1,0 +1,153 @@
+#include "TslAgent/AgentService.h"
+
+#include <sys/utsname.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "TslCore/Support/TesselVersion.h"
+#include "TslStream/Runtime/MainActor.h"
+
+namespace tsl {
+namespace {
+
+std::string operatingSystemVersion() {
+    utsname name{};
+    if (::uname(&name) != 0) return "unknown";
+    return std::string(name.sysname) + " " + name.release + " (" + name.version + ")";
+}
+
+constexpr const char* buildArch() {
+#if defined(__aarch64__)
+    return "arm64";
+#else
+    return "x86_64";
+#endif
+}
+
+// Channel callbacks run on reader threads, which may outlive the main actor
+// as the process (or a test) ends; work for a main actor that is gone is dropped.
+template <class Post>
+void toMainActor(Post post) {
+    try {
+        post(MainActor::current());
+    } catch (const std::logic_error&) {
+    }
+}
+
+bool finiteBelow(double v, double bound) { return std::isfinite(v) && std::fabs(v) < bound; }
+
+}  // namespace
+
+AgentService::AgentService(AgentConfig config, ProcessExit exit) : _config(std::move(config)), exit(std::move(exit)) {}
+
+Hello AgentService::agentHelloBase() {
+    Hello hello;
+    hello.protocolVersion = Hello::currentProtocolVersion;
+    hello.role = Hello::Role::agent;
+    hello.softwareVersion = std::string(TesselVersion::string);
+    hello.osVersion = operatingSystemVersion();
+    hello.arch = buildArch();
+    hello.capabilities = {"h264", "raw", "clipboard", "menus", std::string(Capability::streamUpdate)};
+    hello.agentProto = AgentProtocol::current;
+    return hello;
+}
+
+void AgentService::startBackgroundWork() {}
+
+const AgentService::RowTable& AgentService::rows() {
+    static const RowTable table = [] {
+        RowTable t{};
+        t[size_t(ControlMessage::Kind::hello)] = &AgentService::hello;
+        return t;
+    }();
+    return table;
+}
+
+asio::awaitable<ControlMessage> AgentService::respond(ControlMessage message) {
+    Row row = rows()[size_t(message.kind())];
+    if (!row) throw ControlError("unsupported", "agent does not handle " + ControlChannel::caseName(message));
+    co_return co_await (this->*row)(std::move(message));
+}
+
+asio::awaitable<ControlMessage> AgentService::hello(ControlMessage) { co_return ControlMessage::Hello{agentHelloBase()}; }
+
+void AgentService::attach(const std::shared_ptr<ControlChannel>& channel, const std::set<Channel>& channels) {
+    bool isControl = channels.empty() || channels.contains(Channel::control);
+    _attached.push_back(channel);
+    if (channels.contains(Channel::video) || (channels.empty() && !_videoConnection))
+        _videoConnection = channel->connection;
+    // Frames from the host have no taker yet on the agent.
+    channel->setOnFrame([](WireMessage) {});
+    std::weak_ptr<AgentService> weakSelf = weak_from_this();
+    std::weak_ptr<ControlChannel> weakChannel = channel;
+    if (isControl) {
+        _controls.push_back(channel);
+        channel->setOnUnsolicited([weakSelf, weakChannel](ControlEnvelope envelope) {
+            toMainActor([&](MainActor& main) {
+                main.spawn([weakSelf, weakChannel, envelope = std::move(envelope)]() -> asio::awaitable<void> {
+                    auto self = weakSelf.lock();
+                    auto channel = weakChannel.lock();
+                    if (self && channel) co_await self->handle(envelope, channel);
+                });
+            });
+        });
+    }
+    channel->setOnClose([weakSelf, weakChannel](std::exception_ptr) {
+        toMainActor([&](MainActor& main) {
+            main.post([weakSelf, weakChannel] {
+                if (auto self = weakSelf.lock()) self->detach(weakChannel.lock());
+            });
+        });
+    });
+}
+
+void AgentService::detach(const std::shared_ptr<ControlChannel>& channel) {
+    if (channel) {
+        channel->setOnUnsolicited(nullptr);
+        channel->setOnFrame(nullptr);
+    }
+    auto gone = [&](const std::shared_ptr<ControlChannel>& entry) {
+        return entry == channel || entry->connection->isClosed();
+    };
+    std::erase_if(_controls, gone);
+    std::erase_if(_attached, gone);
+    if (_videoConnection && _videoConnection->isClosed()) _videoConnection.reset();
+    if (_controls.empty() && _config.exitOnDisconnect) {
+        log.notice("host disconnected; exiting (simulation)");
+        exit(0);
+    }
+}
+
+asio::awaitable<void> AgentService::handle(ControlEnvelope envelope, std::shared_ptr<ControlChannel> channel) {
+    ControlMessage reply = ControlMessage::Ok{};
+    try {
+        reply = co_await respond(envelope.message);
+    } catch (const std::exception& e) {
+        std::string description = e.what();
+        log.error("request failed: %{public}s", description);
+        reply = ControlMessage::Error{ErrorInfo{"failed", description}};
+    }
+    try {
+        channel->reply(envelope, reply);
+    } catch (const std::exception&) {
+        // The channel is closing; its close handler cleans up.
+    }
+}
+
+void AgentService::validateStreamRequest(const StreamRequest& request) {
+    bool fpsOK = request.fps >= 1 && request.fps <= 120;
+    bool scaleOK = std::isfinite(request.scale) && request.scale >= 0.1 && request.scale <= 2.0;
+    if (!fpsOK || !scaleOK) throw ControlError("badRequest", "fps must be 1…120 and scale 0.1…2.0");
+}
+
+void AgentService::validate(const WindowAction& action) {
+    if (!action.frame) return;
+    const WireRect& f = *action.frame;
+    constexpr double bound = 100000;
+    bool ok = finiteBelow(f.x, bound) && finiteBelow(f.y, bound) && finiteBelow(f.width, bound) &&
+              finiteBelow(f.height, bound) && f.width >= 0 && f.height >= 0;
+    if (!ok) throw ControlError("badRequest", "window frame out of range");
+}
+
+}  // namespace tsl

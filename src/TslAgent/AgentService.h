@@ -1,0 +1,69 @@
+#pragma once
+#include <asio/awaitable.hpp>
+
+#include <array>
+#include <chrono>
+#include <memory>
+#include <set>
+#include <vector>
+
+#include "TslAgent/AgentConfig.h"
+#include "TslAgent/ProcessExit.h"
+#include "TslStream/Support/Logger.h"
+#include "TslStream/Transport/Channel.h"
+#include "TslStream/Transport/ControlChannel.h"
+
+namespace tsl {
+
+// The agent's one long-lived object: keeps the connected channels, answers
+// each control request, and runs the agent's periodic work.
+//
+// Main actor only, except agentHelloBase and the validators. Held by
+// shared_ptr: channel callbacks hold it weakly.
+class AgentService : public std::enable_shared_from_this<AgentService> {
+public:
+    explicit AgentService(AgentConfig config, ProcessExit exit = exitProcess);
+
+    // The agent's hello; a dialling agent appends the channel's raw value.
+    static Hello agentHelloBase();
+
+    // Once, before the runner starts.
+    void startBackgroundWork();
+
+    // Takes over a channel whose hello was accepted, before its first request
+    // can arrive. An empty set is a connection that serves as everything.
+    void attach(const std::shared_ptr<ControlChannel>& channel, const std::set<Channel>& channels);
+
+    // Throw ControlError "badRequest" with the texts the host knows.
+    static void validate(const WindowAction& action);
+    static void validateStreamRequest(const StreamRequest& request);
+
+    // What a request is answered with, or the ControlError it is refused with.
+    asio::awaitable<ControlMessage> respond(ControlMessage message);
+
+    const AgentConfig& config() const { return _config; }
+    const std::vector<std::shared_ptr<ControlChannel>>& controls() const { return _controls; }
+    const std::vector<std::shared_ptr<ControlChannel>>& attached() const { return _attached; }
+    const std::shared_ptr<WireConnection>& videoConnection() const { return _videoConnection; }
+
+private:
+    // A row of the request table: a member coroutine answering one case.
+    using Row = asio::awaitable<ControlMessage> (AgentService::*)(ControlMessage);
+    using RowTable = std::array<Row, ControlMessage::kindCount>;
+    static const RowTable& rows();
+
+    void detach(const std::shared_ptr<ControlChannel>& channel);
+    asio::awaitable<void> handle(ControlEnvelope envelope, std::shared_ptr<ControlChannel> channel);
+
+    asio::awaitable<ControlMessage> hello(ControlMessage request);
+
+    const AgentConfig _config;
+    const ProcessExit exit;
+    Logger log{"com.tessel.agent", "service"};
+    const std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
+    std::vector<std::shared_ptr<ControlChannel>> _controls;
+    std::vector<std::shared_ptr<ControlChannel>> _attached;
+    std::shared_ptr<WireConnection> _videoConnection;
+};
+
+}  // namespace tsl

@@ -1,0 +1,32 @@
+#pragma once
+#include <memory>
+#include <mutex>
+
+#include "TslStream/Transport/ControlChannel.h"
+
+namespace tsl {
+
+// One per accepted connection: the first of the hello and the time-out passes
+// it, the other finds it closed. Until then it keeps the channel alive, since
+// every other reference to it is weak until the service attaches it.
+class HandshakeGate {
+public:
+    explicit HandshakeGate(std::shared_ptr<ControlChannel> channel) : held(std::move(channel)) {}
+
+    // True for the one call that closed the gate.
+    bool pass() {
+        std::shared_ptr<ControlChannel> released;
+        std::lock_guard guard(lock);
+        bool wasOpen = !done;
+        done = true;
+        released = std::move(held);
+        return wasOpen;
+    }
+
+private:
+    std::mutex lock;
+    bool done = false;
+    std::shared_ptr<ControlChannel> held;
+};
+
+}  // namespace tsl
