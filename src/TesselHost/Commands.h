@@ -1,0 +1,14 @@
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+// Each command of the host tool lives in its own file and adds itself to the
+// tool's command line here. A command's callback leaves the process's exit
+// status in `exitCode`.
+namespace tsl::host {
+
+void addScanCommand(CLI::App& app, int& exitCode);
+
+}  // namespace tsl::host

@@ -1,0 +1,50 @@
+#include "TslCore/Support/ISO8601.h"
+
+#include <cstdio>
+
+namespace tsl::ISO8601 {
+
+using namespace std::chrono;
+
+std::string format(system_clock::time_point time) {
+    const auto seconds = floor<std::chrono::seconds>(time);
+    const auto days = floor<std::chrono::days>(seconds);
+    const year_month_day date{days};
+    const hh_mm_ss clock{seconds - days};
+    char text[64];
+    std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02dZ", static_cast<int>(date.year()),
+                  static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
+                  static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
+                  static_cast<int>(clock.seconds().count()));
+    return text;
+}
+
+std::optional<system_clock::time_point> parse(std::string_view text) {
+    const auto digits = [&](size_t at, size_t count, int& value) {
+        if (at + count > text.size()) return false;
+        value = 0;
+        for (size_t i = at; i < at + count; ++i) {
+            if (text[i] < '0' || text[i] > '9') return false;
+            value = value * 10 + (text[i] - '0');
+        }
+        return true;
+    };
+    int y, mo, d, h, mi, s;
+    if (!digits(0, 4, y) || text.size() < 20 || text[4] != '-' || !digits(5, 2, mo) || text[7] != '-' ||
+        !digits(8, 2, d) || text[10] != 'T' || !digits(11, 2, h) || text[13] != ':' || !digits(14, 2, mi) ||
+        text[16] != ':' || !digits(17, 2, s))
+        return std::nullopt;
+    size_t at = 19;
+    if (text[at] == '.') {
+        ++at;
+        const size_t first = at;
+        while (at < text.size() && text[at] >= '0' && text[at] <= '9') ++at;
+        if (at == first) return std::nullopt;
+    }
+    if (at + 1 != text.size() || text[at] != 'Z') return std::nullopt;
+    const year_month_day date{year{y}, month{static_cast<unsigned>(mo)}, day{static_cast<unsigned>(d)}};
+    if (!date.ok() || h > 23 || mi > 59 || s > 60) return std::nullopt;
+    return sys_days{date} + hours{h} + minutes{mi} + seconds{s};
+}
+
+}  // namespace tsl::ISO8601

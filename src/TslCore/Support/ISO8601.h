@@ -1,0 +1,16 @@
+#pragma once
+#include <chrono>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tsl::ISO8601 {
+
+// "2026-10-07T12:34:56Z": UTC, whole seconds, as dates stand in JSON files.
+std::string format(std::chrono::system_clock::time_point time);
+
+// Reads that form back (fractional seconds are accepted and dropped);
+// nothing for any other text.
+std::optional<std::chrono::system_clock::time_point> parse(std::string_view text);
+
+}  // namespace tsl::ISO8601
