@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "BenchSupport.h"
@@ -57,8 +58,11 @@ std::string thinExecutable(uint32_t cpu) {
 std::string fatExecutable(const std::string& intel, const std::string& arm) {
     Bytes8 file;
     file.be32(0xCAFEBABE), file.be32(2);
-    file.be32(0x1000007), file.be32(3), file.be32(0x4000), file.be32(static_cast<uint32_t>(intel.size())), file.be32(14);
-    file.be32(0x100000C), file.be32(0), file.be32(0x8000), file.be32(static_cast<uint32_t>(arm.size())), file.be32(14);
+    for (const auto& [cpu, offset, size] :
+         {std::tuple{0x1000007u, 0x4000u, intel.size()}, {0x100000Cu, 0x8000u, arm.size()}}) {
+        file.be32(cpu), file.be32(cpu == 0x1000007u ? 3 : 0), file.be32(offset);
+        file.be32(static_cast<uint32_t>(size)), file.be32(14);
+    }
     file.data.resize(0x4000, '\0');
     file.data += intel;
     file.data.resize(0x8000, '\0');
@@ -81,13 +85,14 @@ std::vector<fs::path> makeTree(const fs::path& root) {
             const int n = v * bundlesPerVendor + b;
             const std::string name = (n % 2 ? "app " : "App ") + std::to_string((n * 7919) % 10007);
             const fs::path bundle = root / ("Vendor " + std::to_string(v)) / (name + ".app");
+            const auto entry = [](const std::string& key, const std::string& value) {
+                return "<key>" + key + "</key><string>" + value + "</string>";
+            };
             write(bundle / "Contents/Info.plist",
-                  "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
-                  "<key>CFBundleName</key><string>" + name + "</string>"
-                  "<key>CFBundleExecutable</key><string>Main</string>"
-                  "<key>CFBundleIdentifier</key><string>com.example.app" + std::to_string(n) + "</string>"
-                  "<key>CFBundleShortVersionString</key><string>1." + std::to_string(n % 10) + "</string>"
-                  "</dict></plist>\n");
+                  "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>" +
+                      entry("CFBundleName", name) + entry("CFBundleExecutable", "Main") +
+                      entry("CFBundleIdentifier", "com.example.app" + std::to_string(n)) +
+                      entry("CFBundleShortVersionString", "1." + std::to_string(n % 10)) + "</dict></plist>\n");
             executables.push_back(bundle / "Contents/MacOS/Main");
             write(executables.back(), n % 3 == 0 ? universal : (n % 3 == 1 ? intel : arm));
         }
@@ -120,7 +125,8 @@ int main() {
     AppScanner scanner{{{root}, false, 2}};
     size_t found = 0;
     const double scanSeconds = bench::bestSeconds(3, [&] { found = scanner.scan().apps.size(); });
-    std::printf("scan: %zu bundles in %.3f s, %.0f bundles/s\n", found, scanSeconds, static_cast<double>(found) / scanSeconds);
+    std::printf("scan: %zu bundles in %.3f s, %.0f bundles/s\n", found, scanSeconds,
+                static_cast<double>(found) / scanSeconds);
 
     size_t sink = 0;
     const double plainSeconds = bench::bestSeconds(5, [&] {

@@ -58,7 +58,8 @@ std::string archList(const AppBundleInfo& app) {
 void printTable(const AppScanner::Report& report) {
     std::printf("%zu applications", report.apps.size());
     for (const ArchClass c : allArchClasses)
-        if (const size_t n = report.count(c)) std::printf("%s %s %zu", c == allArchClasses[0] ? ":" : ",", std::string(toString(c)).c_str(), n);
+        if (const size_t n = report.count(c))
+            std::printf("%s %s %zu", c == allArchClasses[0] ? ":" : ",", std::string(toString(c)).c_str(), n);
     std::printf("\n");
     for (const ArchClass c : allArchClasses) {
         std::vector<const AppBundleInfo*> group;

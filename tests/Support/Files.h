@@ -2,23 +2,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <concepts>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <ostream>
 #include <string>
-
-#include "TslCore/Support/Error.h"
-
-namespace tsl {
-// Failures print as their description in test output.
-template <typename T>
-    requires std::derived_from<T, Error>
-std::ostream& operator<<(std::ostream& os, const T& error) {
-    return os << error.description();
-}
-}  // namespace tsl
 
 // Small file-system helpers for tests that build trees in a TempDir.
 namespace tsl::test {

@@ -1,6 +1,7 @@
 // The built `tessel scan` over the toolchain corpus.
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,8 +17,24 @@ namespace {
 
 const std::string tessel = TSL_BINARY_DIR "/src/tessel";
 
-std::vector<std::string> scanCommand(const MachOCorpus& corpus, const json& scan, bool asJSON) {
-    std::vector<std::string> argv{tessel, "scan", "--max-depth", std::to_string(scan.at("maxDepth").get<int>())};
+struct Run {
+    std::optional<int> status;
+    std::string out, err;
+};
+
+// The whole output must fit the pipes (64 KiB each), as the corpus's does:
+// the child's output is read once it has ended.
+Run runTessel(const std::vector<std::string>& args) {
+    test::ChildProcess child(tessel, args);
+    Run run;
+    run.status = child.wait();
+    run.out = child.standardOutput();
+    run.err = child.standardError();
+    return run;
+}
+
+std::vector<std::string> scanArguments(const MachOCorpus& corpus, const json& scan, bool asJSON) {
+    std::vector<std::string> argv{"scan", "--max-depth", std::to_string(scan.at("maxDepth").get<int>())};
     if (scan.at("includeApple").get<bool>()) argv.push_back("--include-apple");
     if (asJSON) argv.push_back("--json");
     for (const auto& root : scan.at("roots")) argv.push_back(corpus.path(root));
@@ -31,7 +48,7 @@ TEST(TesselScan, JSONIsExactlyTheExpectedReport) {
     TSL_REQUIRE_CORPUS(corpus);
     for (const auto& scan : corpus.expected.at("scans")) {
         SCOPED_TRACE(scan.dump());
-        const auto run = test::runChild(scanCommand(corpus, scan, true));
+        const auto run = runTessel(scanArguments(corpus, scan, true));
         ASSERT_EQ(run.status, 0) << run.err;
         const json printed = json::parse(run.out);
         const auto report = printed.get<AppScanner::Report>();  // also checks the ISO 8601 date
@@ -52,7 +69,7 @@ TEST(TesselScan, TableGroupsByClassWithCounts) {
     const auto corpus = MachOCorpus::generated();
     TSL_REQUIRE_CORPUS(corpus);
     const json scan = corpus.expected.at("scans").back();
-    const auto run = test::runChild(scanCommand(corpus, scan, false));
+    const auto run = runTessel(scanArguments(corpus, scan, false));
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_TRUE(run.err.empty()) << "no progress line when standard error isn't a terminal";
 
@@ -70,8 +87,9 @@ TEST(TesselScan, TableGroupsByClassWithCounts) {
 }
 
 TEST(TesselScan, RefusesABadDepth) {
-    const auto run = test::runChild({tessel, "scan", "--max-depth", "0"});
-    EXPECT_NE(run.status, 0);
+    const auto run = runTessel({"scan", "--max-depth", "0"});
+    ASSERT_TRUE(run.status.has_value());
+    EXPECT_NE(*run.status, 0);
     EXPECT_NE(run.err.find("--max-depth"), std::string::npos) << run.err;
     EXPECT_TRUE(run.out.empty());
 }

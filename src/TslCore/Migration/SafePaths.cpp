@@ -28,8 +28,7 @@ bool isSymlink(const std::string& path, bool& exists) {
 
 }  // namespace
 
-Violation::Violation(Kind kind, std::string path)
-    : Error(describe(kind, path)), kind(kind), path(std::move(path)) {}
+Violation::Violation(Kind kind, std::string path) : Error(describe(kind, path)), kind(kind), path(std::move(path)) {}
 
 bool isValidBundleID(std::string_view id) {
     if (id.empty() || id.size() > 255) return false;

@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <system_error>
 
-#include "TslCore/Migration/FileTree.h"
+#include "TslCore/Support/FileTree.h"
 #include "TslCore/Migration/SafePaths.h"
 #include "TslCore/Support/PathNames.h"
 #include "TslCore/Support/UUID.h"

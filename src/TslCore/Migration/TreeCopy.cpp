@@ -1,6 +1,5 @@
 #include "TslCore/Migration/TreeCopy.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,8 +12,8 @@
 #include <system_error>
 #include <vector>
 
-#include "TslCore/Migration/FileTree.h"
-#include "TslCore/Support/UTF8.h"
+#include "TslCore/Support/FileTree.h"
+#include "TslCore/Support/Utf8.h"
 #include "TslCore/Support/UniqueFd.h"
 
 namespace tsl::TreeCopy {
@@ -22,28 +21,16 @@ namespace {
 
 constexpr const char* notCopyable = "copy (not a file, folder or link)";
 
-[[noreturn]] void fail(const std::string& path, const char* operation, int err) {
-    throw Failure(path, operation, err);
+[[noreturn]] void fail(const std::string& path, const char* operation, int err) { throw Failure(path, operation, err); }
+
+// A folder that can't be listed is the platform's error, not a Failure.
+[[noreturn]] void failListing(const std::string& path, int err) {
+    throw std::filesystem::filesystem_error("cannot list folder", path, std::error_code(err, std::generic_category()));
 }
 
-std::vector<std::string> listNames(int dirFd, const std::string& path) {
-    const int listFd = ::dup(dirFd);
-    DIR* dir = listFd >= 0 ? ::fdopendir(listFd) : nullptr;
-    if (!dir) {
-        const int err = errno;
-        if (listFd >= 0) ::close(listFd);
-        throw std::filesystem::filesystem_error("cannot list folder", path, std::error_code(err, std::generic_category()));
-    }
+std::vector<std::string> sortedNames(int folderFd, const std::string& path) {
     std::vector<std::string> names;
-    errno = 0;
-    while (const dirent* entry = ::readdir(dir)) {
-        const std::string_view n = entry->d_name;
-        if (n != "." && n != "..") names.emplace_back(n);
-    }
-    const int err = errno;
-    ::closedir(dir);
-    if (err != 0)
-        throw std::filesystem::filesystem_error("cannot list folder", path, std::error_code(err, std::generic_category()));
+    if (const int err = FileTree::listNames(folderFd, names); err != 0) failListing(path, err);
     std::sort(names.begin(), names.end());
     return names;
 }
@@ -82,7 +69,7 @@ void copyLink(const std::string& src, const std::string& dst, bool& made) {
     std::array<char, 1024> buffer{};
     const ssize_t n = ::readlink(src.c_str(), buffer.data(), buffer.size());
     if (n < 0) fail(src, "readlink", errno);
-    const std::string text = UTF8::repaired(std::string_view(buffer.data(), static_cast<size_t>(n)));
+    const std::string text = repairedUtf8(std::string_view(buffer.data(), static_cast<size_t>(n)));
     if (::symlink(text.c_str(), dst.c_str()) != 0) fail(dst, "symlink", errno);
     made = true;
 }
@@ -111,12 +98,10 @@ void copyFolder(const std::string& src, const std::string& dst, const struct sta
     if (::mkdir(dst.c_str(), S_IRWXU) != 0) fail(dst, "mkdir", errno);
     made = true;
     UniqueFd in(::open(src.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!in)
-        throw std::filesystem::filesystem_error("cannot list folder", src,
-                                                std::error_code(errno, std::generic_category()));
-    for (const auto& name : listNames(in.get(), src)) {
-        bool inner = false;
-        copyEntry(src + "/" + name, dst + "/" + name, inner);
+    if (!in) failListing(src, errno);
+    for (const auto& name : sortedNames(in.get(), src)) {
+        bool madeInner = false;  // the top-level cleanup takes it along
+        copyEntry(src + "/" + name, dst + "/" + name, madeInner);
     }
     UniqueFd out(::open(dst.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!out) fail(dst, "copy attributes", errno);
@@ -145,7 +130,10 @@ std::string describe(const std::string& path, const std::string& operation, int3
 }  // namespace
 
 Failure::Failure(std::string path, std::string operation, int32_t errnum)
-    : Error(describe(path, operation, errnum)), path(std::move(path)), operation(std::move(operation)), errnum(errnum) {}
+    : Error(describe(path, operation, errnum)),
+      path(std::move(path)),
+      operation(std::move(operation)),
+      errnum(errnum) {}
 
 void copy(const std::filesystem::path& from, const std::filesystem::path& to) {
     const std::string src = from.native();

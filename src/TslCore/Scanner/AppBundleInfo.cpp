@@ -11,7 +11,7 @@
 #include "TslCore/Scanner/MachO.h"
 #include "TslCore/Support/Bytes.h"
 #include "TslCore/Support/PathNames.h"
-#include "TslCore/Support/UTF8.h"
+#include "TslCore/Support/Utf8.h"
 #include "TslCore/Support/UniqueFd.h"
 
 namespace tsl {
@@ -62,7 +62,7 @@ std::optional<std::string> stringValue(plist_t dict, const char* key) {
     uint64_t length = 0;
     const char* text = plist_get_string_ptr(node, &length);
     if (!text) return std::nullopt;
-    return UTF8::repaired(std::string_view(text, static_cast<size_t>(length)));
+    return repairedUtf8(std::string_view(text, static_cast<size_t>(length)));
 }
 
 template <typename... Keys>

@@ -1,6 +1,5 @@
 #include "TslCore/Scanner/AppScanner.h"
 
-#include <dirent.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unicode/coll.h>
@@ -12,6 +11,7 @@
 #include <memory>
 #include <unordered_set>
 
+#include "TslCore/Support/FileTree.h"
 #include "TslCore/Support/PathNames.h"
 
 namespace tsl {
@@ -20,11 +20,12 @@ namespace {
 constexpr std::string_view applePrefix = "com.apple.";
 
 // Folder extensions that mark a package: a folder the user sees as one file,
-// which a scan doesn't enter.
+// which a scan doesn't enter. The guest's platform knows its registered
+// package types; here this list of the common ones stands in for it.
 constexpr std::array<std::string_view, 20> packageExtensions{
-    "app",    "appex",      "bundle",     "component", "dext", "framework", "kext",        "mdimporter", "pkg",
-    "mpkg",   "plugin",     "prefPane",   "qlgenerator", "saver", "systemextension", "xpc", "rtfd", "wdgt",
-    "docset", "photoslibrary"};
+    "app",         "appex",      "bundle", "component",       "dext", "docset", "framework",
+    "kext",        "mdimporter", "mpkg",   "photoslibrary",   "pkg",  "plugin", "prefPane",
+    "qlgenerator", "rtfd",       "saver",  "systemextension", "wdgt", "xpc"};
 
 bool isPackage(const std::string& name) {
     const std::string extension = PathNames::extension(name);
@@ -70,15 +71,10 @@ struct Walk {
     size_t read = 0;
 
     void collect(const std::string& folder, int depth) {
-        DIR* dir = ::opendir(folder.c_str());
-        if (!dir) return;
         std::vector<std::string> names;
-        while (const dirent* entry = ::readdir(dir)) {
-            const std::string_view n = entry->d_name;
-            if (!n.starts_with('.')) names.emplace_back(n);  // hidden names, "." and ".." included
-        }
-        ::closedir(dir);
+        if (FileTree::listNames(folder, names) != 0) return;  // adds nothing, reports nothing
         for (const auto& name : names) {
+            if (name.starts_with('.')) continue;  // hidden
             const std::string path = PathNames::appending(folder, name);
             struct stat st {};
             if (::lstat(path.c_str(), &st) != 0) continue;

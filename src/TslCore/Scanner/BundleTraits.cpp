@@ -1,6 +1,5 @@
 #include "TslCore/Scanner/BundleTraits.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -8,6 +7,7 @@
 
 #include "TslCore/Migration/SafePaths.h"
 #include "TslCore/Scanner/MachO.h"
+#include "TslCore/Support/FileTree.h"
 #include "TslCore/Support/PathNames.h"
 
 namespace tsl {
@@ -85,14 +85,8 @@ bool isDriverExtension(std::string extension) {
 // somewhat past it.
 void findDrivers(const std::string& folder, int depth, int limit, std::vector<std::string>& found) {
     if (depth > limit || found.size() >= maxDrivers) return;
-    DIR* dir = ::opendir(folder.c_str());
-    if (!dir) return;
     std::vector<std::string> names;
-    while (const dirent* entry = ::readdir(dir)) {
-        const std::string_view n = entry->d_name;
-        if (n != "." && n != "..") names.emplace_back(n);
-    }
-    ::closedir(dir);
+    (void)FileTree::listNames(folder, names);  // a folder that can't be listed counts as empty
     for (const auto& name : names) {
         const std::string path = appending(folder, name);
         struct stat st {};
@@ -107,7 +101,8 @@ void findDrivers(const std::string& folder, int depth, int limit, std::vector<st
 
 }  // namespace
 
-BundleTraits BundleTraits::inspect(const std::filesystem::path& bundleAt, const std::optional<std::string>& executable) {
+BundleTraits BundleTraits::inspect(const std::filesystem::path& bundleAt,
+                                   const std::optional<std::string>& executable) {
     const std::string contents = appending(bundleAt.native(), "Contents");
     BundleTraits traits;
     LibraryUse use;

@@ -12,9 +12,9 @@ namespace tsl {
 // slices. The inspection stays inside the bundle: a symbolic link can't make
 // it read a file elsewhere, and its work is bounded however large the bundle.
 struct BundleTraits {
-    bool usesOpenGL = false;       // the executable or an embedded framework links OpenGL or AGL
-    bool usesOpenCL = false;       // ... links OpenCL
-    bool appStoreReceipt = false;  // Contents/_MASReceipt/receipt exists
+    bool usesOpenGL = false;           // the executable or an embedded framework links OpenGL or AGL
+    bool usesOpenCL = false;           // ... links OpenCL
+    bool appStoreReceipt = false;      // Contents/_MASReceipt/receipt exists
     std::vector<std::string> drivers;  // names of driver bundles inside, sorted
 
     bool operator==(const BundleTraits&) const = default;

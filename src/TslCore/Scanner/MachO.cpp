@@ -9,7 +9,7 @@
 #include <system_error>
 
 #include "TslCore/Support/Bytes.h"
-#include "TslCore/Support/UTF8.h"
+#include "TslCore/Support/Utf8.h"
 #include "TslCore/Support/UniqueFd.h"
 
 namespace tsl {
@@ -168,7 +168,7 @@ std::vector<std::string> parseDylibs(std::span<const uint8_t> bytes, uint32_t co
                 const auto field = command.subspan(nameOffset);
                 const std::string_view raw(reinterpret_cast<const char*>(field.data()), field.size());
                 const std::string_view name = raw.substr(0, raw.find('\0'));
-                if (UTF8::isValid(name)) names.emplace_back(name);
+                if (isValidUtf8(name)) names.emplace_back(name);
             }
         }
         at += size;

@@ -29,7 +29,7 @@ constexpr std::array<std::pair<MachOArch::Kind, std::string_view>, 8> names{{
 }};
 
 constexpr std::array<std::string_view, 5> classNames{"intelOnly", "universal", "appleSilicon", "legacy32bit",
-                                                      "unknown"};
+                                                     "unknown"};
 
 }  // namespace
 

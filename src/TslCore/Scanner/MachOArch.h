@@ -75,7 +75,7 @@ struct std::hash<tsl::MachOArch> {
     size_t operator()(const tsl::MachOArch& arch) const noexcept {
         const uint64_t bits = (uint64_t{static_cast<uint8_t>(arch.kind)} << 56) ^
                               (uint64_t{static_cast<uint32_t>(arch.cpuType)} << 24) ^
-                              uint64_t{static_cast<uint32_t>(arch.cpuSubtype)};
+                              uint64_t { static_cast<uint32_t>(arch.cpuSubtype) };
         return std::hash<uint64_t>{}(bits);
     }
 };

@@ -1,6 +1,32 @@
 #include "TslCore/Support/Utf8.h"
 
 namespace tsl {
+namespace {
+
+// How many bytes at `at` begin a sequence that could still have been well
+// formed: what one U+FFFD replaces. At least 1.
+size_t maximalSubpart(std::string_view text, size_t at) {
+    const auto lead = static_cast<unsigned char>(text[at]);
+    size_t length = 0;
+    unsigned char low = 0x80, high = 0xBF;  // the range of the second byte
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        length = 2;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+        length = 3, low = lead == 0xE0 ? 0xA0 : 0x80, high = lead == 0xED ? 0x9F : 0xBF;
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+        length = 4, low = lead == 0xF0 ? 0x90 : 0x80, high = lead == 0xF4 ? 0x8F : 0xBF;
+    } else {
+        return 1;
+    }
+    size_t n = 1;
+    for (; n < length && at + n < text.size(); ++n) {
+        const auto b = static_cast<unsigned char>(text[at + n]);
+        if (b < (n == 1 ? low : 0x80) || b > (n == 1 ? high : 0xBF)) break;
+    }
+    return n;
+}
+
+}  // namespace
 
 std::optional<char32_t> readUtf8Scalar(std::string_view text, size_t& at) {
     if (at >= text.size()) return std::nullopt;
@@ -38,6 +64,22 @@ bool isValidUtf8(std::string_view text) {
         if (!readUtf8Scalar(text, at)) return false;
     }
     return true;
+}
+
+std::string repairedUtf8(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    size_t at = 0;
+    while (at < text.size()) {
+        const size_t start = at;
+        if (readUtf8Scalar(text, at)) {
+            out.append(text.substr(start, at - start));
+        } else {
+            out += "\xEF\xBF\xBD";
+            at = start + maximalSubpart(text, start);
+        }
+    }
+    return out;
 }
 
 bool isUnicodeWhitespace(char32_t c) {

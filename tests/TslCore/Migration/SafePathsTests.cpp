@@ -7,28 +7,19 @@
 #include <filesystem>
 #include <string>
 
+#include "Support/Errors.h"
 #include "Support/TempDir.h"
 #include "TslCore/Migration/SafePaths.h"
 
 namespace fs = std::filesystem;
 using namespace tsl;
+using tsl::test::thrownBy;
 
 namespace {
 
 std::string realPath(const fs::path& p) {
     char buffer[PATH_MAX];
     return ::realpath(p.c_str(), buffer) ? std::string(buffer) : std::string();
-}
-
-template <typename Fn>
-SafePaths::Violation violationOf(Fn fn) {
-    try {
-        fn();
-    } catch (const SafePaths::Violation& v) {
-        return v;
-    }
-    ADD_FAILURE() << "no violation thrown";
-    return SafePaths::Violation::outside("");
 }
 
 }  // namespace
@@ -97,23 +88,22 @@ TEST(SafePaths, CheckNoSymlinksRefusesEscapesAndLinksOnTheWay) {
     EXPECT_NO_THROW(SafePaths::checkNoSymlinks(root / "a/b", root));
     EXPECT_NO_THROW(SafePaths::checkNoSymlinks(root / "a/missing/deeper", root));
 
-    auto v = violationOf([&] { SafePaths::checkNoSymlinks(tmp / "share-sibling/x", root); });
+    auto v = thrownBy<SafePaths::Violation>([&] { SafePaths::checkNoSymlinks(tmp / "share-sibling/x", root); });
     EXPECT_EQ(v.kind, SafePaths::Violation::Kind::outside);
     EXPECT_EQ(v.path, (tmp / "share-sibling/x").native());
     EXPECT_EQ(v.description(), "path escapes its root: " + (tmp / "share-sibling/x").native());
-    v = violationOf([&] { SafePaths::checkNoSymlinks(root / "a/../../elsewhere", root); });
+    v = thrownBy<SafePaths::Violation>([&] { SafePaths::checkNoSymlinks(root / "a/../../elsewhere", root); });
     EXPECT_EQ(v, SafePaths::Violation::outside((tmp / "elsewhere").native()));
 
     // The other side swaps a folder for a link after a first check passed.
     fs::remove_all(root / "a");
     fs::create_directory_symlink(tmp / "elsewhere", root / "a");
-    v = violationOf([&] { SafePaths::checkNoSymlinks(root / "a/b", root); });
+    v = thrownBy<SafePaths::Violation>([&] { SafePaths::checkNoSymlinks(root / "a/b", root); });
     EXPECT_EQ(v, SafePaths::Violation::symlink((root / "a").native()));
-    EXPECT_EQ(v.description(),
-              "refusing to follow a symlink inside a shared folder: " + (root / "a").native());
+    EXPECT_EQ(v.description(), "refusing to follow a symlink inside a shared folder: " + (root / "a").native());
 
     // A root that is itself a link is refused, also when it is the target.
     fs::create_directory_symlink(root, tmp / "rootlink");
-    v = violationOf([&] { SafePaths::checkNoSymlinks(tmp / "rootlink", tmp / "rootlink"); });
+    v = thrownBy<SafePaths::Violation>([&] { SafePaths::checkNoSymlinks(tmp / "rootlink", tmp / "rootlink"); });
     EXPECT_EQ(v, SafePaths::Violation::symlink((tmp / "rootlink").native()));
 }

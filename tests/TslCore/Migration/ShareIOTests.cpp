@@ -8,6 +8,7 @@
 #include <fstream>
 #include <string>
 
+#include "Support/Errors.h"
 #include "Support/Files.h"
 #include "Support/TempDir.h"
 #include "TslCore/Migration/ShareIO.h"
@@ -21,17 +22,6 @@ namespace {
 size_t entriesIn(const fs::path& folder) {
     std::error_code ec;
     return static_cast<size_t>(std::distance(fs::directory_iterator(folder, ec), fs::directory_iterator()));
-}
-
-template <typename Fn>
-ShareIO::Failure failureOf(Fn fn) {
-    try {
-        fn();
-    } catch (const ShareIO::Failure& f) {
-        return f;
-    }
-    ADD_FAILURE() << "no failure thrown";
-    return ShareIO::Failure::open("", 0);
 }
 
 }  // namespace
@@ -66,16 +56,16 @@ TEST(ShareIO, OpenDirectoryRefusesLinksAndOddNames) {
 
     fs::create_directory_symlink(tmp / "outside", root / "Migrate/linked");
     // Linux reports a link opened as a folder without following as ENOTDIR.
-    auto f = failureOf([&] { ShareIO::openDirectory({"Migrate", "linked"}, root, true); });
+    auto f = thrownBy<ShareIO::Failure>([&] { ShareIO::openDirectory({"Migrate", "linked"}, root, true); });
     EXPECT_EQ(f, ShareIO::Failure::open("linked", ENOTDIR));
     EXPECT_EQ(f.description(), "cannot open linked in the shared folder (errno " + std::to_string(ENOTDIR) + ")");
-    f = failureOf([&] { ShareIO::openDirectory({"Migrate", ".."}, root, true); });
+    f = thrownBy<ShareIO::Failure>([&] { ShareIO::openDirectory({"Migrate", ".."}, root, true); });
     EXPECT_EQ(f, ShareIO::Failure::open("..", EINVAL));
-    f = failureOf([&] { ShareIO::openDirectory({"a/b"}, root, false); });
+    f = thrownBy<ShareIO::Failure>([&] { ShareIO::openDirectory({"a/b"}, root, false); });
     EXPECT_EQ(f, ShareIO::Failure::open("a/b", EINVAL));
-    f = failureOf([&] { ShareIO::openDirectory({"absent"}, root, false); });
+    f = thrownBy<ShareIO::Failure>([&] { ShareIO::openDirectory({"absent"}, root, false); });
     EXPECT_EQ(f, ShareIO::Failure::open("absent", ENOENT));
-    f = failureOf([&] { ShareIO::openDirectory({}, tmp / "no-share", false); });
+    f = thrownBy<ShareIO::Failure>([&] { ShareIO::openDirectory({}, tmp / "no-share", false); });
     EXPECT_EQ(f, ShareIO::Failure::open("no-share", ENOENT));
     EXPECT_EQ(entriesIn(tmp / "outside"), 0u);
 }
@@ -93,7 +83,9 @@ TEST(ShareIO, MoveInNeverOverwrites) {
 
     fs::create_directory(work / "App.app");
     writeFile(work / "App.app/second", "second");
-    const auto f = failureOf([&] { ShareIO::moveIn(work / "App.app", {"Migrate", "com.example.app"}, root); });
+    const auto f = thrownBy<ShareIO::Failure>([&] {
+        ShareIO::moveIn(work / "App.app", {"Migrate", "com.example.app"}, root);
+    });
     EXPECT_EQ(f, ShareIO::Failure::rename("App.app", EEXIST));
     EXPECT_EQ(f.description(), "cannot move App.app (errno " + std::to_string(EEXIST) + ")");
     EXPECT_EQ(readFile(root / "Migrate/com.example.app/App.app/new"), "new");
@@ -103,7 +95,9 @@ TEST(ShareIO, MoveInNeverOverwrites) {
     // A link planted on the way leads nowhere: the item stays in the work folder.
     fs::create_directory(tmp / "outside");
     fs::create_directory_symlink(tmp / "outside", root / "Migrate/com.example.other");
-    EXPECT_EQ(failureOf([&] { ShareIO::moveIn(work / "App.app", {"Migrate", "com.example.other"}, root); }),
+    EXPECT_EQ(thrownBy<ShareIO::Failure>([&] {
+                  ShareIO::moveIn(work / "App.app", {"Migrate", "com.example.other"}, root);
+              }),
               ShareIO::Failure::open("com.example.other", ENOTDIR));
     EXPECT_EQ(entriesIn(tmp / "outside"), 0u);
     EXPECT_TRUE(entryExists(work / "App.app/second"));
@@ -138,6 +132,6 @@ TEST(ShareIO, RemoveTakesOnlyWhatIsReachable) {
     EXPECT_FALSE(entryExists(root / "Migrate/com.example.app/Link.app"));
     EXPECT_EQ(readFile(tmp / "outside/App.app/keep"), "keep");
 
-    EXPECT_EQ(failureOf([&] { ShareIO::remove("../escape", {"Migrate"}, root); }),
+    EXPECT_EQ(thrownBy<ShareIO::Failure>([&] { ShareIO::remove("../escape", {"Migrate"}, root); }),
               ShareIO::Failure::open("../escape", EINVAL));
 }

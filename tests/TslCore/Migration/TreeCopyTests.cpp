@@ -9,6 +9,7 @@
 #include <fstream>
 #include <string>
 
+#include "Support/Errors.h"
 #include "Support/Files.h"
 #include "Support/TempDir.h"
 #include "TslCore/Migration/TreeCopy.h"
@@ -17,20 +18,7 @@ namespace fs = std::filesystem;
 using namespace tsl;
 using namespace tsl::test;
 
-namespace {
-
-template <typename Fn>
-TreeCopy::Failure failureOf(Fn fn) {
-    try {
-        fn();
-    } catch (const TreeCopy::Failure& f) {
-        return f;
-    }
-    ADD_FAILURE() << "no failure thrown";
-    return TreeCopy::Failure("", "", 0);
-}
-
-}  // namespace
+namespace {}  // namespace
 
 TEST(TreeCopy, CopiesLinksAsLinksAndNeverTheirTargets) {
     test::TempDir tmp;
@@ -46,7 +34,9 @@ TEST(TreeCopy, CopiesLinksAsLinksAndNeverTheirTargets) {
     fs::create_symlink("../../secret", src / "Contents/relative");
     fs::create_symlink("does/not/exist", src / "Contents/dangling");
     fs::create_directory_symlink(tmp.path(), src / "Contents/up");
-    fs::create_symlink(std::string("bad\xFF" "name"), src / "Contents/garbled");
+    fs::create_symlink(std::string("bad\xFF"
+                                   "name"),
+                       src / "Contents/garbled");
     struct timespec old[2] = {{1000000000, 0}, {1000000000, 0}};
     ::utimensat(AT_FDCWD, (src / "Contents/MacOS/App").c_str(), old, 0);
     const bool attributes = ::setxattr((src / "Contents/MacOS/App").c_str(), "user.tessel.test", "v1", 2, 0) == 0 &&
@@ -89,7 +79,7 @@ TEST(TreeCopy, NeverWritesOverAnExistingDestination) {
     fs::create_directory(tmp / "dst");
     writeFile(tmp / "dst/keep", "old");
 
-    auto f = failureOf([&] { TreeCopy::copy(tmp / "src", tmp / "dst"); });
+    auto f = thrownBy<TreeCopy::Failure>([&] { TreeCopy::copy(tmp / "src", tmp / "dst"); });
     EXPECT_EQ(f, TreeCopy::Failure((tmp / "dst").native(), "create", EEXIST));
     EXPECT_EQ(f.description(), "create " + (tmp / "dst").native() + ": File exists (17)");
     EXPECT_EQ(readFile(tmp / "dst/keep"), "old");
@@ -97,12 +87,12 @@ TEST(TreeCopy, NeverWritesOverAnExistingDestination) {
 
     // A dangling link is an existing destination too, and stays as it was.
     fs::create_symlink(tmp / "target", tmp / "dangling");
-    f = failureOf([&] { TreeCopy::copy(tmp / "src", tmp / "dangling"); });
+    f = thrownBy<TreeCopy::Failure>([&] { TreeCopy::copy(tmp / "src", tmp / "dangling"); });
     EXPECT_EQ(f.operation, "create");
     EXPECT_FALSE(entryExists(tmp / "target"));
     EXPECT_TRUE(S_ISLNK(modeOf(tmp / "dangling")));
 
-    f = failureOf([&] { TreeCopy::copy(tmp / "missing", tmp / "fresh"); });
+    f = thrownBy<TreeCopy::Failure>([&] { TreeCopy::copy(tmp / "missing", tmp / "fresh"); });
     EXPECT_EQ(f, TreeCopy::Failure((tmp / "missing").native(), "lstat", ENOENT));
     EXPECT_FALSE(entryExists(tmp / "fresh"));
 }
@@ -116,14 +106,14 @@ TEST(TreeCopy, APipeAbortsTheCopyAndLeavesNothing) {
     ASSERT_EQ(::mkfifo((src / "m-pipe").c_str(), 0600), 0);
     writeFile(src / "z-last", "never copied");
 
-    const auto f = failureOf([&] { TreeCopy::copy(src, tmp / "dst"); });
+    const auto f = thrownBy<TreeCopy::Failure>([&] { TreeCopy::copy(src, tmp / "dst"); });
     EXPECT_EQ(f, TreeCopy::Failure((src / "m-pipe").native(), "copy (not a file, folder or link)", EINVAL));
     EXPECT_FALSE(entryExists(tmp / "dst")) << "a failed copy leaves nothing, read-only folders included";
 
     // A single file copies on its own, and a pipe at the top fails the same way.
     TreeCopy::copy(src / "z-last", tmp / "single");
     EXPECT_EQ(readFile(tmp / "single"), "never copied");
-    EXPECT_EQ(failureOf([&] { TreeCopy::copy(src / "m-pipe", tmp / "pipe-copy"); }).operation,
+    EXPECT_EQ(thrownBy<TreeCopy::Failure>([&] { TreeCopy::copy(src / "m-pipe", tmp / "pipe-copy"); }).operation,
               "copy (not a file, folder or link)");
     EXPECT_FALSE(entryExists(tmp / "pipe-copy"));
     ::chmod((src / "a-first/inner").c_str(), 0755);

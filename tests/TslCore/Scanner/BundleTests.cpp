@@ -55,7 +55,8 @@ TEST(AppBundleInfo, PlistShapesAndPlantedFiles) {
 TEST(BundleTraits, DriverListIsBoundedOnEnteringAFolder) {
     TempDir tmp;
     for (int i = 0; i < 12; ++i)
-        std::filesystem::create_directories(tmp / ("Big.app/Contents/Library/Extensions/D" + std::to_string(i) + ".kext"));
+        std::filesystem::create_directories(tmp /
+                                            ("Big.app/Contents/Library/Extensions/D" + std::to_string(i) + ".kext"));
     std::filesystem::create_directories(tmp / "Big.app/Contents/Resources/Late.dext");
     const auto traits = BundleTraits::inspect(tmp / "Big.app", std::nullopt);
     EXPECT_EQ(traits.drivers.size(), 12u) << "one folder may carry the list past ten";
@@ -78,7 +79,8 @@ TEST(ScannerJSON, FieldNamesOptionalsAndDates) {
 
     // Other slices come back as other(-1, -1); absent and null optionals decode as absent.
     const auto back = json::parse(R"js({"path":"/p","name":"n","archs":["arm64","cpu(99,1)"],"archClass":"universal",
-        "version":null})js").get<AppBundleInfo>();
+        "version":null})js")
+                          .get<AppBundleInfo>();
     EXPECT_EQ(back.archs, (std::vector<MachOArch>{MachOArch::arm64, MachOArch::other(-1, -1)}));
     EXPECT_EQ(back.version, std::nullopt);
     EXPECT_EQ(back.traits, std::nullopt);
@@ -89,8 +91,8 @@ TEST(ScannerJSON, FieldNamesOptionalsAndDates) {
                  json::exception);
 
     AppScanner::Report report;
-    report.scannedAt = std::chrono::sys_days{std::chrono::year{2026} / 10 / 7} + std::chrono::hours{12} +
-                       std::chrono::seconds{5};
+    report.scannedAt =
+        std::chrono::sys_days{std::chrono::year{2026} / 10 / 7} + std::chrono::hours{12} + std::chrono::seconds{5};
     report.durationSeconds = 0.25;
     report.roots = {"/Applications"};
     AppBundleInfo plain = info;

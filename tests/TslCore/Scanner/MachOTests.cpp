@@ -8,6 +8,7 @@
 #include <system_error>
 #include <vector>
 
+#include "Support/Errors.h"
 #include "Support/Files.h"
 #include "Support/TempDir.h"
 #include "TslCore/Scanner/MachO.h"
@@ -75,7 +76,9 @@ Bytes thin(const Bytes& commands, uint32_t ncmds, uint32_t sizeofcmds) {
     w.data.insert(w.data.end(), commands.begin(), commands.end());
     return w.data;
 }
-Bytes thin(const Bytes& commands, uint32_t ncmds) { return thin(commands, ncmds, static_cast<uint32_t>(commands.size())); }
+Bytes thin(const Bytes& commands, uint32_t ncmds) {
+    return thin(commands, ncmds, static_cast<uint32_t>(commands.size()));
+}
 
 // A dylib command whose name starts at `nameOffset`, padded to `size`.
 Bytes dylib(uint32_t cmd, const std::string& name, uint32_t nameOffset = 24, uint32_t size = 0) {
@@ -94,13 +97,7 @@ Bytes joined(std::initializer_list<Bytes> parts) {
 }
 
 MachOError errorOf(const Bytes& data) {
-    try {
-        MachO::archs(data);
-    } catch (const MachOError& e) {
-        return e;
-    }
-    ADD_FAILURE() << "read as Mach-O";
-    return MachOError::notMachO();
+    return thrownBy<MachOError>([&] { MachO::archs(data); });
 }
 
 }  // namespace
@@ -182,8 +179,10 @@ TEST(MachOHeader, PreferredSliceIsIntelThenTheFirstKnownOne) {
     using MachO::preferredSliceOffset;
     EXPECT_EQ(preferredSliceOffset(fat({{cpuArm64, 0, 0x4000}, {cpuX86_64, 3, 0x8000}}, false), false), 0x8000u);
     EXPECT_EQ(preferredSliceOffset(fat({{cpuArm64, 2, 0x4000}, {cpuX86_64, 8, 0x8000}}, false), false), 0x8000u);
-    EXPECT_EQ(preferredSliceOffset(fat({{cpuArm, 9, 0x1000}, {0x99, 0, 0x2000}, {cpuArm64, 0, 0x4000}, {cpuI386, 3, 0x8000}}, false), false),
-              0x4000u);
+    EXPECT_EQ(
+        preferredSliceOffset(
+            fat({{cpuArm, 9, 0x1000}, {0x99, 0, 0x2000}, {cpuArm64, 0, 0x4000}, {cpuI386, 3, 0x8000}}, false), false),
+        0x4000u);
     EXPECT_EQ(preferredSliceOffset(fat({{cpuArm, 9, 0x1000}, {18, 0, 0x2000}}, false), false), std::nullopt);
     EXPECT_EQ(preferredSliceOffset(fat({{cpuX86_64, 3, 0x123456789AB}}, true), true), 0x123456789ABu);
     EXPECT_EQ(preferredSliceOffset(fat({{cpuX86_64, 3, 0x4000}}, false, 2), false), std::nullopt);
@@ -195,7 +194,8 @@ TEST(MachOLoadCommands, WalkStopsAtDamageAndKeepsWhatItFound) {
     const Bytes a = dylib(0xC, "/usr/lib/libA.dylib");
     const Bytes weak = dylib(0x80000018, "/usr/lib/libWeak.dylib");
     const Bytes b = dylib(0x8000001F, "/usr/lib/libB.dylib");
-    EXPECT_EQ(parseDylibs(joined({a, weak, b}), 3, false), (std::vector<std::string>{"/usr/lib/libA.dylib", "/usr/lib/libB.dylib"}));
+    EXPECT_EQ(parseDylibs(joined({a, weak, b}), 3, false),
+              (std::vector<std::string>{"/usr/lib/libA.dylib", "/usr/lib/libB.dylib"}));
     EXPECT_EQ(parseDylibs(joined({a, weak, b}), 3, true).size(), 3u);
     EXPECT_EQ(parseDylibs(joined({a, weak, b}), 1, true), std::vector<std::string>{"/usr/lib/libA.dylib"});
 
@@ -211,8 +211,10 @@ TEST(MachOLoadCommands, WalkStopsAtDamageAndKeepsWhatItFound) {
               std::vector<std::string>{"/usr/lib/libB.dylib"});
     // A name without NUL ends with its command; invalid UTF-8 is skipped.
     Bytes open = Writer().le32(0xC).le32(34).le32(24).le32(0).le32(0).le32(0).text("/lib/NoNul").data;
-    EXPECT_EQ(parseDylibs(joined({open, b}), 2, false), (std::vector<std::string>{"/lib/NoNul", "/usr/lib/libB.dylib"}));
-    EXPECT_EQ(parseDylibs(joined({dylib(0xC, "/lib/\xC0\xAF"), b}), 2, false), std::vector<std::string>{"/usr/lib/libB.dylib"});
+    EXPECT_EQ(parseDylibs(joined({open, b}), 2, false),
+              (std::vector<std::string>{"/lib/NoNul", "/usr/lib/libB.dylib"}));
+    EXPECT_EQ(parseDylibs(joined({dylib(0xC, "/lib/\xC0\xAF"), b}), 2, false),
+              std::vector<std::string>{"/usr/lib/libB.dylib"});
     // A dylib command too short for its fixed part names nothing.
     EXPECT_EQ(parseDylibs(joined({Writer().le32(0xC).le32(16).le32(8).le32(0).data, b}), 2, false),
               std::vector<std::string>{"/usr/lib/libB.dylib"});

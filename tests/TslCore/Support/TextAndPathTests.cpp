@@ -4,23 +4,9 @@
 
 #include "TslCore/Support/ISO8601.h"
 #include "TslCore/Support/PathNames.h"
-#include "TslCore/Support/UTF8.h"
 #include "TslCore/Support/UUID.h"
 
 using namespace tsl;
-
-TEST(UTF8, StrictValidationAndRepairByMaximalSubpart) {
-    EXPECT_TRUE(UTF8::isValid("plain ASCII, é, €, 😀"));
-    EXPECT_FALSE(UTF8::isValid("\xC0\xAF"));          // overlong "/"
-    EXPECT_FALSE(UTF8::isValid("\xED\xA0\x80"));      // surrogate
-    EXPECT_FALSE(UTF8::isValid("\xF4\x90\x80\x80"));  // above U+10FFFF
-    EXPECT_FALSE(UTF8::isValid("\xF0\x9F\x98"));      // cut short
-    EXPECT_FALSE(UTF8::isValid("\x80"));
-    EXPECT_EQ(UTF8::repaired("a\xF0\x9F\x98" "b"), "a\xEF\xBF\xBD" "b");
-    EXPECT_EQ(UTF8::repaired("\xC0\xAF"), "\xEF\xBF\xBD\xEF\xBF\xBD");
-    EXPECT_EQ(UTF8::repaired("\xE2\x82" "\xE2\x82\xAC"), "\xEF\xBF\xBD\xE2\x82\xAC");
-    EXPECT_EQ(UTF8::repaired("fine"), "fine");
-}
 
 TEST(ISO8601, WholeSecondsInUTC) {
     using namespace std::chrono;

@@ -20,3 +20,12 @@ TEST(Utf8, ScalarsAndMalformedSequences) {
     EXPECT_TRUE(isValidUtf8(text));
     EXPECT_TRUE(isValidUtf8("\xF4\x8F\xBF\xBF"));
 }
+
+TEST(Utf8, RepairReplacesEachMaximalIllFormedPart) {
+    EXPECT_EQ(repairedUtf8("fine \u00E9"), "fine \u00E9");
+    EXPECT_EQ(repairedUtf8("a\xF0\x9F\x98!"), "a\uFFFD!");           // a cut-short sequence is one part
+    EXPECT_EQ(repairedUtf8("\xC0\xAF"), "\uFFFD\uFFFD");              // no lead byte of an overlong form
+    EXPECT_EQ(repairedUtf8("\xE2\x82\xE2\x82\xAC"), "\uFFFD\u20AC");
+    EXPECT_EQ(repairedUtf8("\xED\xA0\x80"), "\uFFFD\uFFFD\uFFFD");  // surrogates
+    EXPECT_EQ(repairedUtf8("x\xFF"), "x\uFFFD");
+}

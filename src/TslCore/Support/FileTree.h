@@ -1,9 +1,18 @@
 #pragma once
 #include <string>
+#include <vector>
 
-// File-tree primitives shared by the copy and the share's moves. Everything
-// works on descriptors and never follows a symbolic link below its start.
+// File-tree primitives. Everything below a starting point works on
+// descriptors and never follows a symbolic link.
 namespace tsl::FileTree {
+
+// The names in an open folder, hidden ones included, "." and ".." left out,
+// in the order the file system gives them. Returns 0 or an errno. The
+// descriptor stays open; its read position moves.
+int listNames(int folderFd, std::vector<std::string>& names);
+
+// The same for a folder by path (followed if it is a link).
+int listNames(const std::string& folder, std::vector<std::string>& names);
 
 // Removes the entry at `path` with all it holds; a link is removed, not
 // followed. Folders are made writable by their owner on the way so that a

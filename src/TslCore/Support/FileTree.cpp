@@ -1,4 +1,4 @@
-#include "TslCore/Migration/FileTree.h"
+#include "TslCore/Support/FileTree.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -23,30 +23,42 @@ int removeAt(int dirFd, const char* name) {
     UniqueFd fd(::openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!fd) return errno;
     (void)::fchmod(fd.get(), S_IRWXU);
-    int first = 0;
-    {
-        const int listFd = ::dup(fd.get());
-        DIR* dir = listFd >= 0 ? ::fdopendir(listFd) : nullptr;
-        if (!dir) {
-            if (listFd >= 0) ::close(listFd);
-            return errno;
-        }
-        std::vector<std::string> names;
-        while (const dirent* entry = ::readdir(dir)) {
-            const std::string_view n = entry->d_name;
-            if (n != "." && n != "..") names.emplace_back(n);
-        }
-        ::closedir(dir);
-        for (const auto& n : names) {
-            const int err = removeAt(fd.get(), n.c_str());
-            if (err != 0 && first == 0) first = err;
-        }
+    std::vector<std::string> names;
+    int first = listNames(fd.get(), names);
+    for (const auto& n : names) {
+        const int err = removeAt(fd.get(), n.c_str());
+        if (err != 0 && first == 0) first = err;
     }
     if (::unlinkat(dirFd, name, AT_REMOVEDIR) != 0 && first == 0 && errno != ENOENT) first = errno;
     return first;
 }
 
 }  // namespace
+
+int listNames(int folderFd, std::vector<std::string>& names) {
+    // readdir consumes its descriptor, so it gets a copy of its own.
+    const int listFd = ::dup(folderFd);
+    DIR* dir = listFd >= 0 ? ::fdopendir(listFd) : nullptr;
+    if (!dir) {
+        const int err = errno;
+        if (listFd >= 0) ::close(listFd);
+        return err;
+    }
+    ::rewinddir(dir);
+    errno = 0;
+    while (const dirent* entry = ::readdir(dir)) {
+        const std::string_view n = entry->d_name;
+        if (n != "." && n != "..") names.emplace_back(n);
+    }
+    const int err = errno;
+    ::closedir(dir);
+    return err;
+}
+
+int listNames(const std::string& folder, std::vector<std::string>& names) {
+    UniqueFd fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return fd ? listNames(fd.get(), names) : errno;
+}
 
 int removeAll(const std::string& path) {
     const std::string parent = PathNames::deletingLastComponent(path);
