@@ -118,9 +118,9 @@ void endStream(StreamCore& core, uint32_t windowID) {
                                                            " is no longer available for capture.")));
 }
 
-// One frame of the window at the configured size: its content fitted in,
-// with the attachments the platform gives complete frames.
-CaptureSample render(StreamCore& core, const CaptureConfiguration& config, const Look& look) {
+// One frame of the window in `buffer` (nothing when none was free): its
+// content fitted in, with the attachments the platform gives complete frames.
+CaptureSample render(std::shared_ptr<PixelBuffer> buffer, const Look& look) {
     CaptureSample sample;
     constexpr double scaleFactor = 1.0;  // the simulated display's backing scale
     if (!look.visible) {
@@ -128,20 +128,19 @@ CaptureSample render(StreamCore& core, const CaptureConfiguration& config, const
         sample.attachments = ValueList{ValueDict{
             {CaptureFrameInfo::keyStatus, int64_t(CaptureFrameInfo::Status::idle)}}};
     } else {
-        const int64_t width = std::clamp<int64_t>(config.width, 1, 16384);
-        const int64_t height = std::clamp<int64_t>(config.height, 1, 16384);
-        sample.imageBuffer = core.pool->take(width, height, config.queueDepth);
-        if (!sample.imageBuffer) return sample;
+        if (!buffer) return sample;
+        const int64_t width = buffer->width(), height = buffer->height();
         const Size points = look.content.size;
         double contentScale = 1.0;
         if (points.width > 0 && points.height > 0)
             contentScale = std::min(width / (points.width * scaleFactor), height / (points.height * scaleFactor));
         {
-            PixelBufferLock locked(*sample.imageBuffer, 0);
+            PixelBufferLock locked(*buffer, 0);
             if (uint8_t* base = locked.base())
-                drawWindowContent(look.content, base, width, height, sample.imageBuffer->bytesPerRow(),
+                drawWindowContent(look.content, base, width, height, buffer->bytesPerRow(),
                                   contentScale * scaleFactor, look.frameNumber);
         }
+        sample.imageBuffer = std::move(buffer);
         sample.attachments = ValueList{ValueDict{
             {CaptureFrameInfo::keyStatus, int64_t(CaptureFrameInfo::Status::complete)},
             {CaptureFrameInfo::keyScaleFactor, scaleFactor},
@@ -171,6 +170,11 @@ void run(std::shared_ptr<StreamCore> core, std::weak_ptr<Desktop> weakDesktop, u
             output = core->output;
         }
 
+        // A tick with no picture free draws nothing, so the pattern's count doesn't move.
+        std::shared_ptr<PixelBuffer> buffer;
+        if (tick)
+            buffer = core->pool->take(std::clamp<int64_t>(config.width, 1, 16384),
+                                      std::clamp<int64_t>(config.height, 1, 16384), config.queueDepth);
         Look look;
         if (auto desktop = weakDesktop.lock()) {
             look = desktop->change([&](World& w) {
@@ -185,7 +189,7 @@ void run(std::shared_ptr<StreamCore> core, std::weak_ptr<Desktop> weakDesktop, u
                              .squareWhite = p && p->squareWhite,
                              .size = win->spec.frame.size(),
                              .tint = 0xFF000000 | (0x404040 + 0x2F1D0B * (windowID % 5))};
-                if (p && p->spec.kind == AppKind::testPattern && l.visible) l.frameNumber = ++p->patternCounter;
+                if (p && p->spec.kind == AppKind::testPattern && l.visible && buffer) l.frameNumber = ++p->patternCounter;
                 if (auto f = w.attachmentFilters.find(windowID); f != w.attachmentFilters.end())
                     l.attachmentFilter = f->second;
                 return l;
@@ -200,7 +204,7 @@ void run(std::shared_ptr<StreamCore> core, std::weak_ptr<Desktop> weakDesktop, u
         }
         if (!tick) continue;
 
-        CaptureSample sample = render(*core, config, look);
+        CaptureSample sample = render(std::move(buffer), look);
         const bool delivered = output && (sample.imageBuffer || !look.visible);
         if (auto desktop = weakDesktop.lock()) {
             desktop->change([&](World& w) {
