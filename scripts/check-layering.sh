@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Fails when a layer includes from a layer above it:
-# TslCore <- Platform <- TslStream <- TslAgent; only entry points and tests see Platform/Sim.
+# TslCore <- Platform <- TslStream <- TslAgent; only the agent's entry point, tests
+# and benchmarks see Platform/Sim.
 set -u
 root=${1:-$(cd "$(dirname "$0")/.." && pwd)}
 cd "$root/src" || exit 2
@@ -15,4 +16,5 @@ hits=$(grep -rnE '#include[[:space:]]+"(TslStream|TslAgent|Platform/Sim|TesselAg
 [ -n "$hits" ] && { echo "layering violation in Platform:"; echo "$hits"; bad=1; }
 check TslStream 'TslAgent|Platform/Sim|TesselAgent|TesselHost'
 check TslAgent 'Platform/Sim|TesselAgent|TesselHost'
+check TesselHost 'Platform/Sim|TesselAgent'
 exit $bad

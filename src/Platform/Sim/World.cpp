@@ -1,0 +1,231 @@
+#include <algorithm>
+
+#include "Platform/Sim/World.h"
+
+namespace tsl::Sim {
+
+SimProcess* World::process(int32_t pid) {
+    auto it = processes.find(pid);
+    return it == processes.end() ? nullptr : &it->second;
+}
+
+SimWindow* World::window(uint32_t id) {
+    auto it = windows.find(id);
+    return it == windows.end() ? nullptr : &it->second;
+}
+
+int32_t World::addProcess(ProcessSpec spec) {
+    const int32_t pid = nextPid++;
+    processes[pid] = SimProcess{.pid = pid, .spec = std::move(spec)};
+    return pid;
+}
+
+uint32_t World::addWindow(int32_t pid, WindowSpec spec) {
+    const uint32_t id = nextWindowID++;
+    const bool ordinary = !spec.sheetOf && spec.layer == 0 && !spec.desktopElement;
+    auto parent = spec.sheetOf ? std::find(order.begin(), order.end(), *spec.sheetOf) : order.end();
+    windows[id] = SimWindow{.id = id, .pid = pid, .spec = std::move(spec)};
+    // A new window comes in front; a sheet right in front of its parent.
+    order.insert(parent != order.end() ? parent : order.begin(), id);
+    if (SimProcess* p = process(pid); p && ordinary) p->mainWindow = id;
+    return id;
+}
+
+void World::removeWindow(uint32_t id) {
+    std::vector<uint32_t> sheets;
+    for (auto& [sid, w] : windows)
+        if (w.spec.sheetOf == id) sheets.push_back(sid);
+    for (uint32_t sid : sheets) removeWindow(sid);
+    SimWindow* w = window(id);
+    if (!w) return;
+    const int32_t pid = w->pid;
+    windows.erase(id);
+    windowsRemoved = true;
+    order.erase(std::remove(order.begin(), order.end(), id), order.end());
+    if (SimProcess* p = process(pid)) {
+        if (p->menuWindow == id) {
+            p->menuWindow = 0;
+            p->openMenu.reset();
+        }
+        if (p->mainWindow == id) p->mainWindow = keyWindow(pid);
+    }
+}
+
+void World::removeProcess(int32_t pid) {
+    for (uint32_t id : windowsOf(pid)) removeWindow(id);
+    processes.erase(pid);
+    if (frontmost == pid) {
+        // The application that owns the front window takes over.
+        frontmost.reset();
+        for (const SimWindow* w : stacked()) {
+            if (w->spec.layer == 0 && isVisible(*w)) {
+                frontmost = w->pid;
+                break;
+            }
+        }
+    }
+}
+
+bool World::isVisible(const SimWindow& w) const {
+    if (!w.spec.shown || w.minimized) return false;
+    if (w.spec.sheetOf) {
+        auto it = windows.find(*w.spec.sheetOf);
+        return it != windows.end() && isVisible(it->second);
+    }
+    return true;
+}
+
+std::vector<const SimWindow*> World::stacked() const {
+    std::vector<const SimWindow*> out;
+    out.reserve(order.size());
+    for (uint32_t id : order) out.push_back(&windows.at(id));
+    std::stable_sort(out.begin(), out.end(),
+                     [](const SimWindow* a, const SimWindow* b) { return a->spec.layer > b->spec.layer; });
+    return out;
+}
+
+std::vector<uint32_t> World::windowsOf(int32_t pid) const {
+    std::vector<uint32_t> out;
+    for (const SimWindow* w : stacked())
+        if (w->pid == pid) out.push_back(w->id);
+    return out;
+}
+
+void World::raise(uint32_t id) {
+    SimWindow* w = window(id);
+    if (!w) return;
+    if (w->spec.sheetOf) return raise(*w->spec.sheetOf);
+    std::vector<uint32_t> group;
+    for (uint32_t other : order) {
+        const SimWindow& o = windows.at(other);
+        if (o.spec.sheetOf == id) group.push_back(other);
+    }
+    group.push_back(id);
+    order.erase(std::remove_if(order.begin(), order.end(),
+                               [&](uint32_t x) { return std::find(group.begin(), group.end(), x) != group.end(); }),
+                order.end());
+    order.insert(order.begin(), group.begin(), group.end());
+    if (SimProcess* p = process(w->pid); p && w->spec.layer == 0 && !w->isMenuWindow) p->mainWindow = id;
+}
+
+void World::activate(int32_t pid) {
+    if (!process(pid)) return;
+    frontmost = pid;
+    // All of its windows come forward, keeping their order among themselves.
+    std::vector<uint32_t> mine, rest;
+    for (uint32_t id : order) (windows.at(id).pid == pid ? mine : rest).push_back(id);
+    order = std::move(mine);
+    order.insert(order.end(), rest.begin(), rest.end());
+}
+
+void World::setFrame(uint32_t id, Rect frame) {
+    SimWindow* w = window(id);
+    if (!w) return;
+    const double dx = frame.x - w->spec.frame.x, dy = frame.y - w->spec.frame.y;
+    w->spec.frame = frame;
+    for (auto& [sid, sheet] : windows) {
+        if (sheet.spec.sheetOf == id) setFrame(sid, {sheet.spec.frame.x + dx, sheet.spec.frame.y + dy,
+                                                     sheet.spec.frame.width, sheet.spec.frame.height});
+    }
+}
+
+void World::setMinimized(uint32_t id, bool minimized) {
+    SimWindow* w = window(id);
+    if (!w || w->spec.sheetOf) return;
+    w->minimized = minimized;
+    if (!minimized) raise(id);
+}
+
+std::optional<uint32_t> World::keyWindow(int32_t pid) const {
+    for (const SimWindow* w : stacked()) {
+        if (w->pid == pid && w->spec.layer == 0 && !w->spec.sheetOf && !w->spec.desktopElement && isVisible(*w))
+            return w->id;
+    }
+    return std::nullopt;
+}
+
+std::optional<uint32_t> World::topmostWindowAt(Point p) const {
+    for (const SimWindow* w : stacked()) {
+        if (isVisible(*w) && w->spec.alpha > 0 && w->spec.frame.contains(p)) return w->id;
+    }
+    return std::nullopt;
+}
+
+Rect World::nextPlacement(Size size) {
+    const int step = cascade++ % 10;
+    return {80.0 + 30 * step, 60.0 + 30 * step, size.width, size.height};
+}
+
+WindowInfo World::info(const SimWindow& w) const {
+    auto p = processes.find(w.pid);
+    return {.id = w.id,
+            .pid = w.pid,
+            .title = w.spec.title,
+            .frame = w.spec.frame,
+            .layer = w.spec.layer,
+            .alpha = w.spec.alpha,
+            .isOnScreen = isVisible(w),
+            .isMinimized = w.minimized,
+            .sheetOf = w.spec.sheetOf,
+            .isMain = p != processes.end() && p->second.mainWindow == w.id};
+}
+
+const MenuItemSpec* World::menuItem(int32_t pid, const std::vector<size_t>& path) const {
+    auto p = processes.find(pid);
+    if (p == processes.end() || !p->second.spec.menuBar || path.empty()) return nullptr;
+    const std::vector<MenuItemSpec>* items = &*p->second.spec.menuBar;
+    const MenuItemSpec* item = nullptr;
+    for (size_t index : path) {
+        if (index >= items->size()) return nullptr;
+        item = &(*items)[index];
+        items = &item->submenu;
+    }
+    return item;
+}
+
+bool World::menuItemEnabled(const SimProcess& p, const std::vector<size_t>& path) const {
+    const MenuItemSpec* item = menuItem(p.pid, path);
+    if (!item) return false;
+    if (item->enabledOnlyWhileOpen && p.openMenu != path.front()) return false;
+    return item->enabled.value_or(true);
+}
+
+void World::openMenu(SimProcess& p, size_t index) {
+    closeMenu(p);
+    const MenuItemSpec* top = menuItem(p.pid, {index});
+    if (!top) return;
+    p.openMenu = index;
+    // The open menu is a window of its application, above ordinary windows.
+    WindowSpec spec{.title = "",
+                    .frame = {10.0 + 80 * double(index), 24, 220, 10 + 22 * double(top->submenu.size())},
+                    .layer = Desktop::menuWindowLayer,
+                    .hasCloseButton = false,
+                    .movable = false,
+                    .resizable = false,
+                    .accessible = false};
+    p.menuWindow = addWindow(p.pid, std::move(spec));
+    windows.at(p.menuWindow).isMenuWindow = true;
+}
+
+void World::closeMenu(SimProcess& p) {
+    if (p.menuWindow) {
+        const uint32_t id = p.menuWindow;
+        p.menuWindow = 0;
+        removeWindow(id);
+    }
+    p.openMenu.reset();
+}
+
+bool World::pressMenuItem(int32_t pid, const std::vector<size_t>& path) {
+    SimProcess* p = process(pid);
+    const MenuItemSpec* item = menuItem(pid, path);
+    if (!p || !item || path.size() < 2 || !menuItemEnabled(*p, path)) return false;
+    if (!item->submenu.empty()) return true;  // opens its submenu, nothing else
+    closeMenu(*p);
+    p->presses.push_back(path);
+    const std::string action = item->action;
+    performAction(pid, action, path);
+    return true;
+}
+
+}  // namespace tsl::Sim
