@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "BenchSupport.h"
+#include "Platform/Sim/Desktop.h"
 #include "TslAgent/AgentRunner.h"
 #include "TslAgent/AgentService.h"
 #include "TslStream/Runtime/GlobalQueue.h"
@@ -35,7 +36,7 @@ int main() {
     std::string socket = std::string(dir) + "/agent.sock";
     MainActor main;
     auto config = AgentConfig::simulation(AgentConfig::Mode::listen(SocketEndpoint::unix(socket)), dir, false);
-    auto service = std::make_shared<AgentService>(config, [](int) {});
+    auto service = std::make_shared<AgentService>(config, Sim::Desktop::make()->services(), [](int) {});
     auto runner = std::make_unique<AgentRunner>(config, service, [](int) {});
     runner->run();
 

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "Platform/Linux/LinuxSystem.h"
+#include "Platform/Sim/Desktop.h"
 #include "TslAgent/AgentConfig.h"
 #include "TslAgent/AgentRunner.h"
 #include "TslAgent/AgentService.h"
@@ -37,7 +39,12 @@ int main(int argc, char** argv) {
 
     // Process-wide for the life of the process, which ends only by an exit.
     static MainActor main;
-    auto service = std::make_shared<AgentService>(config);
+    // Linux has no desktop of its own: a simulation run gets a simulated one
+    // over its folders, a guest run an empty one with real child processes.
+    auto desktop = Sim::Desktop::make({.home = homeDirectory(), .applicationDirs = {config.appsDir}});
+    PlatformServices platform = desktop->services();
+    if (!config.isSimulation) platform.system = std::make_shared<LinuxSystem>();
+    auto service = std::make_shared<AgentService>(config, platform);
     service->startBackgroundWork();
     auto* runner = new AgentRunner(config, service);
     runner->run();

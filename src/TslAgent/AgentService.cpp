@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "TslAgent/StatusReport.h"
 #include "TslCore/Support/TesselVersion.h"
 #include "TslStream/Runtime/MainActor.h"
 
@@ -39,7 +40,8 @@ bool finiteBelow(double v, double bound) { return std::isfinite(v) && std::fabs(
 
 }  // namespace
 
-AgentService::AgentService(AgentConfig config, ProcessExit exit) : _config(std::move(config)), exit(std::move(exit)) {}
+AgentService::AgentService(AgentConfig config, PlatformServices platform, ProcessExit exit)
+    : _config(std::move(config)), platform(std::move(platform)), exit(std::move(exit)) {}
 
 Hello AgentService::agentHelloBase() {
     Hello hello;
@@ -53,12 +55,19 @@ Hello AgentService::agentHelloBase() {
     return hello;
 }
 
-void AgentService::startBackgroundWork() {}
+void AgentService::startBackgroundWork() {
+    if (!_config.isSimulation) {
+        // Both only bring up the system's dialog; status tells the host what was granted.
+        if (!platform.screenCapture->preflightAccess()) platform.screenCapture->requestAccess();
+        if (!platform.accessibility->isProcessTrusted()) platform.accessibility->isProcessTrustedWithOptions(true);
+    }
+}
 
 const AgentService::RowTable& AgentService::rows() {
     static const RowTable table = [] {
         RowTable t{};
         t[size_t(ControlMessage::Kind::hello)] = &AgentService::hello;
+        t[size_t(ControlMessage::Kind::status)] = &AgentService::status;
         return t;
     }();
     return table;
@@ -71,6 +80,13 @@ asio::awaitable<ControlMessage> AgentService::respond(ControlMessage message) {
 }
 
 asio::awaitable<ControlMessage> AgentService::hello(ControlMessage) { co_return ControlMessage::Hello{agentHelloBase()}; }
+
+asio::awaitable<ControlMessage> AgentService::status(ControlMessage) {
+    StatusReport::Inputs inputs;
+    inputs.uptimeSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    inputs.isSimulation = _config.isSimulation;
+    co_return ControlMessage::Status{StatusReport::make(inputs, platform)};
+}
 
 void AgentService::attach(const std::shared_ptr<ControlChannel>& channel, const std::set<Channel>& channels) {
     bool isControl = channels.empty() || channels.contains(Channel::control);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "TslAgent/AgentConfig.h"
+#include "Platform/Platform.h"
 #include "TslAgent/ProcessExit.h"
 #include "TslStream/Support/Logger.h"
 #include "TslStream/Transport/Channel.h"
@@ -22,7 +23,7 @@ namespace tsl {
 // shared_ptr: channel callbacks hold it weakly.
 class AgentService : public std::enable_shared_from_this<AgentService> {
 public:
-    explicit AgentService(AgentConfig config, ProcessExit exit = exitProcess);
+    AgentService(AgentConfig config, PlatformServices platform, ProcessExit exit = exitProcess);
 
     // The agent's hello; a dialling agent appends the channel's raw value.
     static Hello agentHelloBase();
@@ -56,8 +57,10 @@ private:
     asio::awaitable<void> handle(ControlEnvelope envelope, std::shared_ptr<ControlChannel> channel);
 
     asio::awaitable<ControlMessage> hello(ControlMessage request);
+    asio::awaitable<ControlMessage> status(ControlMessage request);
 
     const AgentConfig _config;
+    const PlatformServices platform;
     const ProcessExit exit;
     Logger log{"com.tessel.agent", "service"};
     const std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();

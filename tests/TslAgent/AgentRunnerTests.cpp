@@ -4,6 +4,7 @@
 #include "Support/AgentTestSupport.h"
 #include "Support/Errors.h"
 #include "Support/TempDir.h"
+#include "Platform/Sim/Desktop.h"
 #include "TslAgent/AgentRunner.h"
 #include "TslStream/Runtime/Task.h"
 
@@ -26,7 +27,7 @@ struct Agent {
         : config(AgentConfig::simulation(listen ? AgentConfig::Mode::listen(SocketEndpoint::unix(socket))
                                                 : AgentConfig::Mode::connect({SocketEndpoint::unix(socket)}),
                                          root.path(), exitOnDisconnect)),
-          service(std::make_shared<AgentService>(config, exits.function())),
+          service(std::make_shared<AgentService>(config, Sim::Desktop::make()->services(), exits.function())),
           runner(std::make_unique<AgentRunner>(config, service, exits.function())) {}
     ~Agent() {
         // The runner's thread may be inside a call onto the main actor.

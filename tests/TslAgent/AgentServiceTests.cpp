@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "Support/AgentTestSupport.h"
+#include "Platform/Sim/Desktop.h"
 #include "Support/Errors.h"
 #include "TslCore/Support/TesselVersion.h"
 #include "TslStream/Runtime/GlobalQueue.h"
@@ -21,13 +22,14 @@ AgentConfig listeningConfig(bool exitOnDisconnect) {
 // pairs; the host ends are plain control channels.
 struct ServiceWorld {
     MainActor main;
+    std::shared_ptr<Sim::Desktop> desktop = Sim::Desktop::make();
     ExitRecorder exits;
     std::shared_ptr<AgentService> service;
     std::vector<std::shared_ptr<ControlChannel>> agentEnds;
     std::vector<std::unique_ptr<HostEnd>> hostEnds;
 
     explicit ServiceWorld(bool exitOnDisconnect = false)
-        : service(std::make_shared<AgentService>(listeningConfig(exitOnDisconnect), exits.function())) {}
+        : service(std::make_shared<AgentService>(listeningConfig(exitOnDisconnect), desktop->services(), exits.function())) {}
     ~ServiceWorld() {
         hostEnds.clear();
         main.runUntil([&] { return service->attached().empty(); }, limit);
@@ -177,4 +179,19 @@ TEST(AgentService, LastControlChannelEndsAnExitingRunWithStatusZero) {
     world.closeHost(1);
     EXPECT_EQ(world.exits.status.load(), 0);
     EXPECT_EQ(LogLines::count("host disconnected; exiting (simulation)"), 1);
+}
+
+TEST(AgentService, StatusReportsPermissionsAndNoProvisionInASimulation) {
+    ServiceWorld world;
+    world.attach({Channel::control});
+    world.desktop->setScreenRecordingGranted(false);
+    world.desktop->setAccessibilityTrusted(true);
+    auto reply = world.request(0, ControlMessage::Status{AgentStatus{}});  // a value in the request is ignored
+    auto status = reply.get<ControlMessage::Status>();
+    ASSERT_TRUE(status && status->value);
+    EXPECT_FALSE(status->value->screenRecordingGranted);
+    EXPECT_TRUE(status->value->accessibilityGranted);
+    EXPECT_TRUE(status->value->activeStreams.empty());
+    EXPECT_FALSE(status->value->provision);
+    EXPECT_GE(status->value->uptimeSeconds, 0);
 }

@@ -46,6 +46,7 @@ int WireConnection::openDescriptor() const {
 }
 
 void WireConnection::writeAll(const Bytes& frame, size_t from) {
+    if (from >= frame.size()) return;  // all out: a close since then is no failure
     int s = openDescriptor();
     size_t done = from;
     while (done < frame.size()) {
