@@ -113,7 +113,11 @@ public:
                         std::lock_guard g(m);
                         helloCapabilities.push_back(hello->value.capabilities.back());
                     }
-                    if (answer) end->channel->reply(e, ControlMessage::Hello{hostHello()});
+                    try {
+                        if (answer) end->channel->reply(e, ControlMessage::Hello{hostHello()});
+                    } catch (const std::exception&) {
+                        // the agent has gone already
+                    }
                     hellos.signal();
                 });
                 end->channel->start();
@@ -128,6 +132,13 @@ public:
     ~FakeHost() {
         listener.close();
         thread.join();
+        // The ends' readers call back into this object: end them first.
+        std::vector<std::shared_ptr<HostEnd>> closing;
+        {
+            std::lock_guard g(m);
+            closing.swap(ends);
+        }
+        closing.clear();
     }
     std::shared_ptr<HostEnd> end(size_t i) {
         std::lock_guard g(m);

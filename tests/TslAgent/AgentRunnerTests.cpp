@@ -31,8 +31,12 @@ struct Agent {
           runner(std::make_unique<AgentRunner>(config, service, exits.function())) {}
     ~Agent() {
         // The runner's thread may be inside a call onto the main actor.
-        std::thread stopper([&] { runner.reset(); });
-        main.runUntil([&] { return !runner; }, limit);
+        std::atomic<bool> stopped = false;
+        std::thread stopper([&] {
+            runner.reset();
+            stopped = true;
+        });
+        main.runUntil([&] { return stopped.load(); }, limit);
         stopper.join();
     }
     bool runUntil(const std::function<bool()>& done) { return main.runUntil(done, limit); }
@@ -135,7 +139,8 @@ TEST(AgentRunner, DiallingAgentOpensThreeChannelsInOrderAndRedialsAfterALostRoun
     ASSERT_TRUE(agent.runUntil([&] { return agent.service->attached().size() == 3; }));
     EXPECT_EQ(agent.service->controls().size(), 1u);
     EXPECT_EQ(agent.service->videoConnection()->label(), "agent-channel:video");
-    EXPECT_EQ(LogLines::count("connected to host on unix:" + agent.socket), 1);
+    std::string connected = "connected to host on unix:" + agent.socket;
+    ASSERT_TRUE(agent.runUntil([&] { return LogLines::count(connected) == 1; }));
 
     // The video connection dying alone leaves the round up.
     host.end(1)->channel->close();

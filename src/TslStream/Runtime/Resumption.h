@@ -35,7 +35,10 @@ namespace tsl {
 //
 // start runs on the waiter's thread before suspend/block returns control;
 // it may hold a lock and may complete the resumption at once (a request on a
-// closed channel). A coroutine resumes on its own executor (the main actor, a
+// closed channel). On a multi-threaded executor (the global queue) the
+// coroutine may resume, and its frame go, before start returns: once the
+// resumption is reachable by a completer, start touches only its own locals.
+// A coroutine resumes on its own executor (the main actor, a
 // serial queue), never on the completing thread and never inside the
 // completing call, so completing under a lock cannot re-enter it.
 // Threading: every member from any thread; like a shared_ptr, share copies

@@ -57,29 +57,35 @@ std::optional<Resumption<ControlMessage>> ControlChannel::takeWaiter(uint32_t id
 asio::awaitable<ControlMessage> ControlChannel::request(ControlMessage message, double timeout) {
     auto self = shared_from_this();  // a caller awaiting a reply keeps the channel
     uint32_t id = drawID();
-    std::weak_ptr<ControlChannel> weak = self;
     co_return co_await Resumption<ControlMessage>::suspend([&](Resumption<ControlMessage> waiter) {
+        // On a pool the caller may resume, and its frame go, while this still
+        // runs: copy out what is needed before the waiter can be reached.
+        std::shared_ptr<ControlChannel> channel = self;
+        std::weak_ptr<ControlChannel> weak = self;
+        uint32_t requestID = id;
+        double seconds = timeout;
+        std::string name(message.caseName());
+        ControlEnvelope envelope{requestID, std::nullopt, std::move(message)};
         std::exception_ptr refused;
         {
-            std::lock_guard guard(lock);
-            refused = closedError;
-            if (!refused) waiters.emplace(id, waiter);
+            std::lock_guard guard(channel->lock);
+            refused = channel->closedError;
+            if (!refused) channel->waiters.emplace(requestID, waiter);
         }
         if (refused) {
             waiter.fail(refused);
             return;
         }
-        std::string name(message.caseName());
-        sendOffCaller(ControlEnvelope{id, std::nullopt, std::move(message)}, [weak, id](std::exception_ptr error) {
+        channel->sendOffCaller(std::move(envelope), [weak, requestID](std::exception_ptr error) {
             if (auto self = weak.lock())
-                if (auto w = self->takeWaiter(id)) w->fail(error);
+                if (auto w = self->takeWaiter(requestID)) w->fail(error);
         });
         // Never cancelled: after a reply it simply finds no waiter.
-        GlobalQueue::after(fromSeconds(timeout), [weak, id, name, timeout] {
+        GlobalQueue::after(fromSeconds(seconds), [weak, requestID, name, seconds] {
             auto self = weak.lock();
             if (!self) return;
-            if (auto w = self->takeWaiter(id))
-                w->fail(ControlError("timeout", "no reply to " + name + " within " + decimalText(timeout) + " s"));
+            if (auto w = self->takeWaiter(requestID))
+                w->fail(ControlError("timeout", "no reply to " + name + " within " + decimalText(seconds) + " s"));
         });
     });
 }
