@@ -5,8 +5,14 @@
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 "$here/scripts/setup.sh" release
-mkdir -p "$here/build/sim"
-root=$(mktemp -d "$here/build/sim/root.XXXXXX")
+# The agent refuses roots in world-writable places; a clone in /tmp keeps
+# its simulation roots in the user's cache instead.
+base="$here/build/sim"
+case "$(realpath -m "$base")" in
+  /tmp|/tmp/*|/var/tmp|/var/tmp/*) base="${HOME:-/root}/.cache/tessel-sim" ;;
+esac
+mkdir -p "$base"
+root=$(mktemp -d "$base/root.XXXXXX")
 chmod 700 "$root"
 trap 'rm -rf "$root"' EXIT
 "$here/build/release/src/TesselAgent" --listen "unix:$root/agent.sock" --sim-root "$root"

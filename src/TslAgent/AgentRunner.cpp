@@ -98,6 +98,7 @@ void AgentRunner::dialLoop(const std::vector<SocketEndpoint>& endpoints) {
             continue;
         }
         round->sem.acquire();
+        if (isStopping()) return;
         if (config.exitOnDisconnect) {
             exit(0);
             return;

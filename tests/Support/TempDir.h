@@ -1,6 +1,7 @@
 #pragma once
 #include <cstdlib>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 
 namespace tsl::test {
@@ -19,6 +20,26 @@ public:
     }
     const std::filesystem::path& path() const { return _path; }
     std::filesystem::path operator/(const std::string& name) const { return _path / name; }
+
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+
+    // Where the agent accepts a simulation root: the build folder, unless that
+    // lies in a world-writable place (a clone in /tmp), which the agent
+    // refuses; then a folder in the user's cache.
+    static std::string simulationBase() {
+        std::error_code ec;
+        std::string build = std::filesystem::weakly_canonical(TSL_BINARY_DIR, ec).string();
+        for (std::string shared : {"/tmp", "/var/tmp", "/private/tmp", "/private/var/tmp", "/Users/Shared"}) {
+            if (build != shared && !build.starts_with(shared + "/")) continue;
+            const char* home = std::getenv("HOME");
+            auto cache = std::filesystem::path(home && *home ? home : "/root") / ".cache" / "tessel-tests";
+            std::filesystem::create_directories(cache);
+            return cache.string();
+        }
+        return build;
+    }
+    static TempDir forSimulation() { return TempDir(simulationBase()); }
 
 private:
     std::filesystem::path _path;

@@ -32,7 +32,7 @@ TEST(TesselAgentEntry, RefusedCommandLinesExitWithStatusTwo) {
 }
 
 TEST(TesselAgentEntry, ListeningSimulationAnswersAHostHello) {
-    TempDir root(TSL_BINARY_DIR);
+    auto root = TempDir::forSimulation();
     std::string socket = (root / "agent.sock").string();
     ChildProcess agent(TSL_AGENT_EXE, {"--listen", "unix:" + socket, "--sim-root", root.path().string()});
     ASSERT_TRUE(agent.waitForOutput("TesselAgent listening on unix:" + socket + "\n")) << agent.standardError();
@@ -45,7 +45,7 @@ TEST(TesselAgentEntry, ListeningSimulationAnswersAHostHello) {
 }
 
 TEST(TesselAgentEntry, ListenerThatCannotBeMadeExitsWithStatusOne) {
-    TempDir root(TSL_BINARY_DIR);
+    auto root = TempDir::forSimulation();
     std::string socket = (root / "missing" / "agent.sock").string();
     ChildProcess agent(TSL_AGENT_EXE, {"--listen", "unix:" + socket, "--sim-root", root.path().string()});
     EXPECT_EQ(agent.wait(), 1);
@@ -53,7 +53,7 @@ TEST(TesselAgentEntry, ListenerThatCannotBeMadeExitsWithStatusOne) {
 }
 
 TEST(TesselAgentEntry, ConnectingSimulationExitsWithStatusZeroWhenControlCloses) {
-    TempDir root(TSL_BINARY_DIR);
+    auto root = TempDir::forSimulation();
     std::string socket = (root / "host.sock").string();
     FakeHost host(socket);
     ChildProcess agent(TSL_AGENT_EXE, {"--connect", "unix:" + socket, "--sim-root", root.path().string()});

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <fstream>
 
+#include "Support/TempDir.h"
 #include "TslAgent/AgentConfig.h"
 
 using namespace tsl;
@@ -44,8 +45,7 @@ fs::path makeTempDir(const std::string& pattern) {
 class AgentConfigFS : public ::testing::Test {
 protected:
     void SetUp() override {
-        base = makeTempDir(std::string(TSL_BINARY_DIR) + "/agentconfig-XXXXXX");
-        if (base.string().starts_with("/tmp/")) GTEST_SKIP() << "build folder lies in /tmp, which the agent refuses";
+        base = makeTempDir(tsl::test::TempDir::simulationBase() + "/agentconfig-XXXXXX");
         home = base / "home";
         fs::create_directories(home / "Library" / "Preferences");
     }
