@@ -115,7 +115,7 @@ std::shared_ptr<DialRound> AgentRunner::dialOnce(const std::vector<SocketEndpoin
         currentRound = round;
     }
     for (const auto& [endpoint, channel] : plan(endpoints)) {
-        if (!dialChannel(*round, round, endpoint, channel)) {
+        if (!dialChannel(round, endpoint, channel)) {
             round->closeAll();
             return nullptr;
         }
@@ -128,8 +128,8 @@ std::shared_ptr<DialRound> AgentRunner::dialOnce(const std::vector<SocketEndpoin
     return round;
 }
 
-bool AgentRunner::dialChannel(DialRound& round, const std::weak_ptr<DialRound>& weakRound,
-                              const SocketEndpoint& endpoint, Channel channel) {
+bool AgentRunner::dialChannel(const std::shared_ptr<DialRound>& round, const SocketEndpoint& endpoint,
+                              Channel channel) {
     std::string label = "agent-" + std::string(rawValue(channel));
     int fd;
     try {
@@ -138,12 +138,13 @@ bool AgentRunner::dialChannel(DialRound& round, const std::weak_ptr<DialRound>& 
         return false;  // what a guest meets all the time while the host is away
     }
     auto control = std::make_shared<ControlChannel>(std::make_shared<WireConnection>(fd, label));
-    round.add(control);
+    round->add(control);
     MainActor::current().sync([&] {
         service->attach(control, {channel});
         if (channel == Channel::control) {
             auto previous = control->onClose();
-            control->setOnClose([previous, weakRound](std::exception_ptr error) {
+            // Weakly: the round holds its channels.
+            control->setOnClose([previous, weakRound = std::weak_ptr<DialRound>(round)](std::exception_ptr error) {
                 if (previous) previous(error);
                 if (auto r = weakRound.lock()) r->controlClosed();
             });

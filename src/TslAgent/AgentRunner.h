@@ -42,8 +42,7 @@ public:
 private:
     void dialLoop(const std::vector<SocketEndpoint>& endpoints);
     std::shared_ptr<DialRound> dialOnce(const std::vector<SocketEndpoint>& endpoints);
-    bool dialChannel(DialRound& round, const std::weak_ptr<DialRound>& weakRound, const SocketEndpoint& endpoint,
-                     Channel channel);
+    bool dialChannel(const std::shared_ptr<DialRound>& round, const SocketEndpoint& endpoint, Channel channel);
     void listenLoop(const SocketEndpoint& endpoint);
     void acceptConnection(int fd, int count);
     // Sleeps unless stopped meanwhile; false once stopped.
