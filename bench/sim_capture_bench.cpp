@@ -12,7 +12,7 @@
 
 #include "BenchSupport.h"
 #include "Platform/Sim/Desktop.h"
-#include "TslCore/Measure/TestPatternSpec.h"
+#include "TslCore/Measure/TestPattern.h"
 
 using namespace tsl;
 

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "Platform/Sim/World.h"
-#include "TslCore/Measure/TestPatternSpec.h"
+#include "TslCore/Measure/TestPattern.h"
 
 namespace tsl::Sim {
 namespace {
@@ -101,7 +101,7 @@ int32_t World::launchBundle(const std::filesystem::path& bundle, const AppBundle
     knownBundles.insert(bundle);
     std::optional<int32_t> running;
     for (auto& [pid, p] : processes) {
-        if (p.spec.bundleURL == bundle) {
+        if (p.setup.bundleURL == bundle) {
             running = pid;
             break;
         }
@@ -111,12 +111,12 @@ int32_t World::launchBundle(const std::filesystem::path& bundle, const AppBundle
         pid = *running;
     } else {
         const bool testPattern = info.bundleID == std::string(TestPatternSpec::bundleID);
-        ProcessSpec spec{.name = info.name,
+        ProcessSpec setup{.name = info.name,
                          .bundleID = info.bundleID,
                          .bundleURL = bundle,
                          .kind = testPattern ? AppKind::testPattern : AppKind::plain,
                          .menuBar = testPattern ? testPatternMenuBar(info.name) : plainMenuBar(info.name)};
-        pid = addProcess(std::move(spec));
+        pid = addProcess(std::move(setup));
         if (testPattern) {
             addWindow(pid, {.title = std::string(TestPatternSpec::windowTitle),
                             .frame = nextPlacement({TestPatternSpec::contentWidth, TestPatternSpec::contentHeight})});
@@ -131,26 +131,26 @@ int32_t World::launchBundle(const std::filesystem::path& bundle, const AppBundle
 
 void World::openDocument(SimProcess& p, const std::filesystem::path& document) {
     p.documents.push_back(document);
-    if (p.spec.kind == AppKind::plain)
+    if (p.setup.kind == AppKind::plain)
         addWindow(p.pid, {.title = document.filename().string(), .frame = nextPlacement({800, 600}),
                           .content = plainWindowContent()});
 }
 
 ElementSpec* World::textArea(uint32_t windowID) {
     SimWindow* w = window(windowID);
-    return w ? findRole(w->spec.content, "AXTextArea") : nullptr;
+    return w ? findRole(w->setup.content, "AXTextArea") : nullptr;
 }
 
 bool World::quit(int32_t pid) {
     SimProcess* p = process(pid);
-    if (!p || p->spec.refusesQuit) return false;
+    if (!p || p->setup.refusesQuit) return false;
     removeProcess(pid);
     return true;
 }
 
 void World::performAction(int32_t pid, const std::string& action, const std::vector<size_t>& path) {
     SimProcess* p = process(pid);
-    if (!p || p->spec.kind == AppKind::scripted) return;
+    if (!p || p->setup.kind == AppKind::scripted) return;
     const std::optional<uint32_t> key = keyWindow(pid);
     if (action == "quit") {
         quit(pid);
@@ -172,8 +172,8 @@ void World::performAction(int32_t pid, const std::string& action, const std::vec
             if (text && type == Pasteboard::typeString) text->value = text->value.value_or("") + std::string(data.begin(), data.end());
         }
     } else if (action == "toggleMark") {
-        // The item's own spec lives in the process's menu bar.
-        std::vector<MenuItemSpec>* items = &*p->spec.menuBar;
+        // The item's own setup lives in the process's menu bar.
+        std::vector<MenuItemSpec>* items = &*p->setup.menuBar;
         MenuItemSpec* it = nullptr;
         for (size_t index : path) {
             it = &(*items)[index];
@@ -196,18 +196,18 @@ void World::deliver(int32_t pid, std::optional<uint32_t> target, const PlatformE
     }
     if (type != PlatformEvent::keyDown && type != PlatformEvent::keyUp) return;
     const auto keyCode = uint16_t(event.integerField(PlatformEvent::fieldKeyboardKeycode));
-    if (p->spec.kind == AppKind::testPattern) {
+    if (p->setup.kind == AppKind::testPattern) {
         if (keyCode == TestPatternSpec::f1KeyCode) p->squareWhite = type == PlatformEvent::keyDown;
         return;
     }
-    if (p->spec.kind != AppKind::plain || type != PlatformEvent::keyDown) return;
+    if (p->setup.kind != AppKind::plain || type != PlatformEvent::keyDown) return;
     const bool shift = event.flags & PlatformEvent::flagShift;
     if (event.flags & PlatformEvent::flagCommand) {
         const auto character = characterForKey(keyCode, false);
-        if (!character || !p->spec.menuBar) return;
+        if (!character || !p->setup.menuBar) return;
         const int64_t modifiers = (shift ? 1 : 0) | ((event.flags & PlatformEvent::flagOption) ? 2 : 0) |
                                   ((event.flags & PlatformEvent::flagControl) ? 4 : 0);
-        if (auto path = shortcut(*p->spec.menuBar, {}, *character, modifiers)) pressMenuItem(pid, *path);
+        if (auto path = shortcut(*p->setup.menuBar, {}, *character, modifiers)) pressMenuItem(pid, *path);
         return;
     }
     const std::optional<uint32_t> key = keyWindow(pid);

@@ -54,8 +54,8 @@ void Desktop::registerStream(const std::shared_ptr<SimCaptureStream>& stream) {
     _world->streams.push_back(stream);
 }
 
-int32_t Desktop::addProcess(ProcessSpec spec) {
-    return change([&](World& w) { return w.addProcess(std::move(spec)); });
+int32_t Desktop::addProcess(ProcessSpec setup) {
+    return change([&](World& w) { return w.addProcess(std::move(setup)); });
 }
 
 std::optional<int32_t> Desktop::launch(const std::filesystem::path& bundle, bool activate) {
@@ -80,13 +80,13 @@ void Desktop::activate(int32_t pid) {
 
 void Desktop::setAnswerDelay(int32_t pid, double seconds) {
     change([&](World& w) {
-        if (SimProcess* p = w.process(pid)) p->spec.answerDelay = seconds;
+        if (SimProcess* p = w.process(pid)) p->setup.answerDelay = seconds;
     });
 }
 
 static ProcessInfo infoOf(const SimProcess& p) {
-    return {.pid = p.pid, .name = p.spec.name, .bundleID = p.spec.bundleID, .bundleURL = p.spec.bundleURL,
-            .kind = p.spec.kind, .openedDocuments = p.documents};
+    return {.pid = p.pid, .name = p.setup.name, .bundleID = p.setup.bundleID, .bundleURL = p.setup.bundleURL,
+            .kind = p.setup.kind, .openedDocuments = p.documents};
 }
 
 std::vector<ProcessInfo> Desktop::processes() const {
@@ -108,8 +108,8 @@ std::optional<int32_t> Desktop::frontmostPid() const {
     return read([](World& w) { return w.frontmost; });
 }
 
-uint32_t Desktop::addWindow(int32_t pid, WindowSpec spec) {
-    return change([&](World& w) { return w.addWindow(pid, std::move(spec)); });
+uint32_t Desktop::addWindow(int32_t pid, WindowSpec setup) {
+    return change([&](World& w) { return w.addWindow(pid, std::move(setup)); });
 }
 
 void Desktop::closeWindow(uint32_t id) {
@@ -147,7 +147,7 @@ void Desktop::setMenuBar(int32_t pid, std::optional<std::vector<MenuItemSpec>> m
     change([&](World& w) {
         if (SimProcess* p = w.process(pid)) {
             w.closeMenu(*p);
-            p->spec.menuBar = std::move(menuBar);
+            p->setup.menuBar = std::move(menuBar);
         }
     });
 }
@@ -155,7 +155,7 @@ void Desktop::setMenuBar(int32_t pid, std::optional<std::vector<MenuItemSpec>> m
 std::optional<std::vector<MenuItemSpec>> Desktop::menuBar(int32_t pid) const {
     return read([&](World& w) {
         SimProcess* p = w.process(pid);
-        return p ? p->spec.menuBar : std::nullopt;
+        return p ? p->setup.menuBar : std::nullopt;
     });
 }
 

@@ -161,7 +161,7 @@ public:
     PlatformServices services();
 
     // Processes.
-    int32_t addProcess(ProcessSpec spec);
+    int32_t addProcess(ProcessSpec setup);
     // Starts the bundle as the workspace would (reusing a running process of
     // the same bundle); nothing if there is no bundle folder there.
     std::optional<int32_t> launch(const std::filesystem::path& bundle, bool activate = true);
@@ -176,7 +176,7 @@ public:
     std::optional<int32_t> frontmostPid() const;
 
     // Windows.
-    uint32_t addWindow(int32_t pid, WindowSpec spec);
+    uint32_t addWindow(int32_t pid, WindowSpec setup);
     void closeWindow(uint32_t id);
     void setFrame(uint32_t id, Rect frame);
     void raise(uint32_t id);

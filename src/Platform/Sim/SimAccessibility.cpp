@@ -31,7 +31,7 @@ AXElement child(const SimElement& from, Kind kind, uint32_t windowID = 0, std::v
 }
 
 ElementSpec* contentAt(SimWindow& w, const std::vector<size_t>& path) {
-    std::vector<ElementSpec>* level = &w.spec.content;
+    std::vector<ElementSpec>* level = &w.setup.content;
     ElementSpec* e = nullptr;
     for (size_t i : path) {
         if (i >= level->size()) return nullptr;
@@ -53,12 +53,12 @@ AXError check(World& w, const SimElement& e) {
     case Kind::content: {
         SimWindow* win = w.window(e.windowID);
         if (!win || win->pid != e.pid) return AXError::invalidUIElement;
-        if (e.kind == Kind::closeButton && !win->spec.hasCloseButton) return AXError::invalidUIElement;
+        if (e.kind == Kind::closeButton && !win->setup.hasCloseButton) return AXError::invalidUIElement;
         if (e.kind == Kind::content && !contentAt(*win, e.path)) return AXError::invalidUIElement;
         return AXError::success;
     }
     case Kind::menuBar:
-        return p->spec.menuBar ? AXError::success : AXError::invalidUIElement;
+        return p->setup.menuBar ? AXError::success : AXError::invalidUIElement;
     case Kind::menuBarItem:
     case Kind::menuItem:
         return w.menuItem(e.pid, e.path) ? AXError::success : AXError::invalidUIElement;
@@ -92,43 +92,43 @@ std::optional<AXAttributeValue> readAttribute(World& w, const SimElement& e, con
         std::vector<AXElement> windows;
         for (uint32_t id : w.windowsOf(e.pid)) {
             const SimWindow& win = *w.window(id);
-            if (!win.spec.sheetOf && win.spec.accessible && !win.isMenuWindow) windows.push_back(windowElement(id));
+            if (!win.setup.sheetOf && win.setup.accessible && !win.isMenuWindow) windows.push_back(windowElement(id));
         }
         if (name == "AXRole") return std::string("AXApplication");
-        if (name == "AXTitle") return p.spec.name;
+        if (name == "AXTitle") return p.setup.name;
         if (name == "AXWindows") return windows;
         if (name == "AXFrontmost") return w.frontmost == e.pid;
         if (name == "AXFocusedWindow") {
             auto key = w.keyWindow(e.pid);
-            if (key && w.window(*key)->spec.accessible) return windowElement(*key);
+            if (key && w.window(*key)->setup.accessible) return windowElement(*key);
             return std::nullopt;
         }
         if (name == "AXMainWindow" && p.mainWindow) return windowElement(*p.mainWindow);
-        if (name == "AXMenuBar" && p.spec.menuBar) return child(e, Kind::menuBar);
+        if (name == "AXMenuBar" && p.setup.menuBar) return child(e, Kind::menuBar);
         if (name == "AXChildren") {
-            if (p.spec.menuBar) windows.push_back(child(e, Kind::menuBar));
+            if (p.setup.menuBar) windows.push_back(child(e, Kind::menuBar));
             return windows;
         }
         return std::nullopt;
     }
     case Kind::window: {
         const SimWindow& win = *w.window(e.windowID);
-        const Rect& f = win.spec.frame;
-        if (name == "AXRole") return std::string(win.spec.sheetOf ? "AXSheet" : "AXWindow");
-        if (name == "AXTitle") return win.spec.title;
+        const Rect& f = win.setup.frame;
+        if (name == "AXRole") return std::string(win.setup.sheetOf ? "AXSheet" : "AXWindow");
+        if (name == "AXTitle") return win.setup.title;
         if (name == "AXPosition") return AXValue::point(f.origin());
         if (name == "AXSize") return AXValue::size(f.size());
         if (name == "AXMain") return p.mainWindow == e.windowID;
         if (name == "AXMinimized") return win.minimized;
-        if (name == "AXCloseButton" && win.spec.hasCloseButton) return child(e, Kind::closeButton, e.windowID);
+        if (name == "AXCloseButton" && win.setup.hasCloseButton) return child(e, Kind::closeButton, e.windowID);
         if (name == "AXChildren") {
             std::vector<AXElement> children;
             for (uint32_t id : w.windowsOf(e.pid)) {
                 const SimWindow& sheet = *w.window(id);
-                if (sheet.spec.sheetOf == e.windowID && sheet.spec.accessible) children.push_back(child(e, Kind::window, id));
+                if (sheet.setup.sheetOf == e.windowID && sheet.setup.accessible) children.push_back(child(e, Kind::window, id));
             }
-            for (size_t i = 0; i < win.spec.content.size(); ++i) children.push_back(child(e, Kind::content, e.windowID, {i}));
-            if (win.spec.hasCloseButton) children.push_back(child(e, Kind::closeButton, e.windowID));
+            for (size_t i = 0; i < win.setup.content.size(); ++i) children.push_back(child(e, Kind::content, e.windowID, {i}));
+            if (win.setup.hasCloseButton) children.push_back(child(e, Kind::closeButton, e.windowID));
             return children;
         }
         return std::nullopt;
@@ -155,7 +155,7 @@ std::optional<AXAttributeValue> readAttribute(World& w, const SimElement& e, con
     }
     case Kind::menuBar:
         if (name == "AXRole") return std::string("AXMenuBar");
-        if (name == "AXChildren") return menuItems(e, *p.spec.menuBar, true);
+        if (name == "AXChildren") return menuItems(e, *p.setup.menuBar, true);
         return std::nullopt;
     case Kind::menu: {
         const MenuItemSpec& item = *w.menuItem(e.pid, e.path);
@@ -196,29 +196,29 @@ AXError writeAttribute(World& w, const SimElement& e, const std::string& name, c
         return AXError::success;
     case Kind::window: {
         SimWindow& win = *w.window(e.windowID);
-        const Rect f = win.spec.frame;
+        const Rect f = win.setup.frame;
         if (name == "AXPosition") {
             auto point = packed ? packed->pointValue() : std::nullopt;
             if (!point) return AXError::illegalArgument;
-            if (!win.spec.movable) return AXError::cannotComplete;
+            if (!win.setup.movable) return AXError::cannotComplete;
             w.setFrame(e.windowID, {point->x, point->y, f.width, f.height});
             return AXError::success;
         }
         if (name == "AXSize") {
             auto size = packed ? packed->sizeValue() : std::nullopt;
             if (!size || size->width < 0 || size->height < 0) return AXError::illegalArgument;
-            if (!win.spec.resizable) return AXError::cannotComplete;
+            if (!win.setup.resizable) return AXError::cannotComplete;
             w.setFrame(e.windowID, {f.x, f.y, size->width, size->height});
             return AXError::success;
         }
         if (name == "AXMain") {
             if (!flag) return AXError::illegalArgument;
-            if (*flag && !win.spec.sheetOf) w.process(e.pid)->mainWindow = e.windowID;
+            if (*flag && !win.setup.sheetOf) w.process(e.pid)->mainWindow = e.windowID;
             return AXError::success;
         }
         if (name == "AXMinimized") {
             if (!flag) return AXError::illegalArgument;
-            if (win.spec.sheetOf) return AXError::cannotComplete;
+            if (win.setup.sheetOf) return AXError::cannotComplete;
             w.setMinimized(e.windowID, *flag);
             return AXError::success;
         }
@@ -255,7 +255,7 @@ AXError performOn(World& w, const SimElement& e, const std::string& action) {
         if (action != "AXPress" || el.role != "AXButton") return AXError::actionUnsupported;
         p.buttonPresses.push_back(el.title.value_or(""));
         // A button of a sheet answers it, and the sheet goes.
-        if (win.spec.sheetOf) w.removeWindow(e.windowID);
+        if (win.setup.sheetOf) w.removeWindow(e.windowID);
         return AXError::success;
     }
     case Kind::menuBarItem:
@@ -322,7 +322,7 @@ AXError call(Desktop& desktop, const AXElement& element, F&& f) {
     AXError status = desktop.read([&](World& w) {
         if (!w.accessibilityTrusted) return AXError::apiDisabled;
         AXError s = check(w, *e);
-        if (s == AXError::success) delay = w.process(e->pid)->spec.answerDelay;
+        if (s == AXError::success) delay = w.process(e->pid)->setup.answerDelay;
         return s;
     });
     if (status != AXError::success) return status;

@@ -185,11 +185,11 @@ void run(std::shared_ptr<StreamCore> core, std::weak_ptr<Desktop> weakDesktop, u
                 if (!tick) return l;
                 l.visible = w.isVisible(*win);
                 SimProcess* p = w.process(win->pid);
-                l.content = {.kind = p ? p->spec.kind : AppKind::scripted,
+                l.content = {.kind = p ? p->setup.kind : AppKind::scripted,
                              .squareWhite = p && p->squareWhite,
-                             .size = win->spec.frame.size(),
+                             .size = win->setup.frame.size(),
                              .tint = 0xFF000000 | (0x404040 + 0x2F1D0B * (windowID % 5))};
-                if (p && p->spec.kind == AppKind::testPattern && l.visible && buffer) l.frameNumber = ++p->patternCounter;
+                if (p && p->setup.kind == AppKind::testPattern && l.visible && buffer) l.frameNumber = ++p->patternCounter;
                 if (auto f = w.attachmentFilters.find(windowID); f != w.attachmentFilters.end())
                     l.attachmentFilter = f->second;
                 return l;

@@ -21,15 +21,15 @@ std::optional<PlatformValue> SimWindowServer::copyWindowInfo(uint32_t options, u
                 if (win->id != relativeToWindow) continue;
             } else {
                 if ((options & WindowServer::optionOnScreenOnly) && !visible) continue;
-                if ((options & WindowServer::optionExcludeDesktopElements) && win->spec.desktopElement) continue;
+                if ((options & WindowServer::optionExcludeDesktopElements) && win->setup.desktopElement) continue;
             }
             ValueDict entry{{WindowServer::keyNumber, win->id},
                             {WindowServer::keyOwnerPID, win->pid},
-                            {WindowServer::keyName, win->spec.title},
-                            {WindowServer::keyBounds, dictionaryFromRect(win->spec.frame)},
-                            {WindowServer::keyLayer, win->spec.layer},
-                            {WindowServer::keyAlpha, win->spec.alpha}};
-            if (SimProcess* p = w.process(win->pid)) entry[WindowServer::keyOwnerName] = p->spec.name;
+                            {WindowServer::keyName, win->setup.title},
+                            {WindowServer::keyBounds, dictionaryFromRect(win->setup.frame)},
+                            {WindowServer::keyLayer, win->setup.layer},
+                            {WindowServer::keyAlpha, win->setup.alpha}};
+            if (SimProcess* p = w.process(win->pid)) entry[WindowServer::keyOwnerName] = p->setup.name;
             // Like the real server, the key is there only for windows on screen.
             if (visible) entry[WindowServer::keyIsOnscreen] = true;
             out.emplace_back(std::move(entry));
@@ -45,8 +45,8 @@ std::optional<PlatformValue> SimWindowServer::copyWindowInfo(uint32_t options, u
 namespace {
 
 RunningApplication running(const SimProcess& p) {
-    return {.processIdentifier = p.pid, .bundleIdentifier = p.spec.bundleID, .bundleURL = p.spec.bundleURL,
-            .localizedName = p.spec.name};
+    return {.processIdentifier = p.pid, .bundleIdentifier = p.setup.bundleID, .bundleURL = p.setup.bundleURL,
+            .localizedName = p.setup.name};
 }
 
 }  // namespace

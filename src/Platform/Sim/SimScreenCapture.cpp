@@ -27,9 +27,9 @@ void SimScreenCapture::shareableContent(bool excludingDesktopWindows, bool onScr
         } else {
             for (const SimWindow* win : w.stacked()) {
                 const bool visible = w.isVisible(*win);
-                if (excludingDesktopWindows && win->spec.desktopElement) continue;
+                if (excludingDesktopWindows && win->setup.desktopElement) continue;
                 if (onScreenWindowsOnly && !visible) continue;
-                c.windows.push_back({.windowID = win->id, .frame = win->spec.frame, .title = win->spec.title,
+                c.windows.push_back({.windowID = win->id, .frame = win->setup.frame, .title = win->setup.title,
                                      .ownerPID = win->pid, .isOnScreen = visible});
             }
         }

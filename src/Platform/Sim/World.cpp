@@ -14,17 +14,17 @@ SimWindow* World::window(uint32_t id) {
     return it == windows.end() ? nullptr : &it->second;
 }
 
-int32_t World::addProcess(ProcessSpec spec) {
+int32_t World::addProcess(ProcessSpec setup) {
     const int32_t pid = nextPid++;
-    processes[pid] = SimProcess{.pid = pid, .spec = std::move(spec)};
+    processes[pid] = SimProcess{.pid = pid, .setup = std::move(setup)};
     return pid;
 }
 
-uint32_t World::addWindow(int32_t pid, WindowSpec spec) {
+uint32_t World::addWindow(int32_t pid, WindowSpec setup) {
     const uint32_t id = nextWindowID++;
-    const bool ordinary = !spec.sheetOf && spec.layer == 0 && !spec.desktopElement;
-    auto parent = spec.sheetOf ? std::find(order.begin(), order.end(), *spec.sheetOf) : order.end();
-    windows[id] = SimWindow{.id = id, .pid = pid, .spec = std::move(spec)};
+    const bool ordinary = !setup.sheetOf && setup.layer == 0 && !setup.desktopElement;
+    auto parent = setup.sheetOf ? std::find(order.begin(), order.end(), *setup.sheetOf) : order.end();
+    windows[id] = SimWindow{.id = id, .pid = pid, .setup = std::move(setup)};
     // A new window comes in front; a sheet right in front of its parent.
     order.insert(parent != order.end() ? parent : order.begin(), id);
     if (SimProcess* p = process(pid); p && ordinary) p->mainWindow = id;
@@ -34,7 +34,7 @@ uint32_t World::addWindow(int32_t pid, WindowSpec spec) {
 void World::removeWindow(uint32_t id) {
     std::vector<uint32_t> sheets;
     for (auto& [sid, w] : windows)
-        if (w.spec.sheetOf == id) sheets.push_back(sid);
+        if (w.setup.sheetOf == id) sheets.push_back(sid);
     for (uint32_t sid : sheets) removeWindow(sid);
     SimWindow* w = window(id);
     if (!w) return;
@@ -58,7 +58,7 @@ void World::removeProcess(int32_t pid) {
         // The application that owns the front window takes over.
         frontmost.reset();
         for (const SimWindow* w : stacked()) {
-            if (w->spec.layer == 0 && isVisible(*w)) {
+            if (w->setup.layer == 0 && isVisible(*w)) {
                 frontmost = w->pid;
                 break;
             }
@@ -67,9 +67,9 @@ void World::removeProcess(int32_t pid) {
 }
 
 bool World::isVisible(const SimWindow& w) const {
-    if (!w.spec.shown || w.minimized) return false;
-    if (w.spec.sheetOf) {
-        auto it = windows.find(*w.spec.sheetOf);
+    if (!w.setup.shown || w.minimized) return false;
+    if (w.setup.sheetOf) {
+        auto it = windows.find(*w.setup.sheetOf);
         return it != windows.end() && isVisible(it->second);
     }
     return true;
@@ -80,7 +80,7 @@ std::vector<const SimWindow*> World::stacked() const {
     out.reserve(order.size());
     for (uint32_t id : order) out.push_back(&windows.at(id));
     std::stable_sort(out.begin(), out.end(),
-                     [](const SimWindow* a, const SimWindow* b) { return a->spec.layer > b->spec.layer; });
+                     [](const SimWindow* a, const SimWindow* b) { return a->setup.layer > b->setup.layer; });
     return out;
 }
 
@@ -94,18 +94,18 @@ std::vector<uint32_t> World::windowsOf(int32_t pid) const {
 void World::raise(uint32_t id) {
     SimWindow* w = window(id);
     if (!w) return;
-    if (w->spec.sheetOf) return raise(*w->spec.sheetOf);
+    if (w->setup.sheetOf) return raise(*w->setup.sheetOf);
     std::vector<uint32_t> group;
     for (uint32_t other : order) {
         const SimWindow& o = windows.at(other);
-        if (o.spec.sheetOf == id) group.push_back(other);
+        if (o.setup.sheetOf == id) group.push_back(other);
     }
     group.push_back(id);
     order.erase(std::remove_if(order.begin(), order.end(),
                                [&](uint32_t x) { return std::find(group.begin(), group.end(), x) != group.end(); }),
                 order.end());
     order.insert(order.begin(), group.begin(), group.end());
-    if (SimProcess* p = process(w->pid); p && w->spec.layer == 0 && !w->isMenuWindow) p->mainWindow = id;
+    if (SimProcess* p = process(w->pid); p && w->setup.layer == 0 && !w->isMenuWindow) p->mainWindow = id;
 }
 
 void World::activate(int32_t pid) {
@@ -121,24 +121,24 @@ void World::activate(int32_t pid) {
 void World::setFrame(uint32_t id, Rect frame) {
     SimWindow* w = window(id);
     if (!w) return;
-    const double dx = frame.x - w->spec.frame.x, dy = frame.y - w->spec.frame.y;
-    w->spec.frame = frame;
+    const double dx = frame.x - w->setup.frame.x, dy = frame.y - w->setup.frame.y;
+    w->setup.frame = frame;
     for (auto& [sid, sheet] : windows) {
-        if (sheet.spec.sheetOf == id) setFrame(sid, {sheet.spec.frame.x + dx, sheet.spec.frame.y + dy,
-                                                     sheet.spec.frame.width, sheet.spec.frame.height});
+        if (sheet.setup.sheetOf == id) setFrame(sid, {sheet.setup.frame.x + dx, sheet.setup.frame.y + dy,
+                                                     sheet.setup.frame.width, sheet.setup.frame.height});
     }
 }
 
 void World::setMinimized(uint32_t id, bool minimized) {
     SimWindow* w = window(id);
-    if (!w || w->spec.sheetOf) return;
+    if (!w || w->setup.sheetOf) return;
     w->minimized = minimized;
     if (!minimized) raise(id);
 }
 
 std::optional<uint32_t> World::keyWindow(int32_t pid) const {
     for (const SimWindow* w : stacked()) {
-        if (w->pid == pid && w->spec.layer == 0 && !w->spec.sheetOf && !w->spec.desktopElement && isVisible(*w))
+        if (w->pid == pid && w->setup.layer == 0 && !w->setup.sheetOf && !w->setup.desktopElement && isVisible(*w))
             return w->id;
     }
     return std::nullopt;
@@ -146,7 +146,7 @@ std::optional<uint32_t> World::keyWindow(int32_t pid) const {
 
 std::optional<uint32_t> World::topmostWindowAt(Point p) const {
     for (const SimWindow* w : stacked()) {
-        if (isVisible(*w) && w->spec.alpha > 0 && w->spec.frame.contains(p)) return w->id;
+        if (isVisible(*w) && w->setup.alpha > 0 && w->setup.frame.contains(p)) return w->id;
     }
     return std::nullopt;
 }
@@ -160,20 +160,20 @@ WindowInfo World::info(const SimWindow& w) const {
     auto p = processes.find(w.pid);
     return {.id = w.id,
             .pid = w.pid,
-            .title = w.spec.title,
-            .frame = w.spec.frame,
-            .layer = w.spec.layer,
-            .alpha = w.spec.alpha,
+            .title = w.setup.title,
+            .frame = w.setup.frame,
+            .layer = w.setup.layer,
+            .alpha = w.setup.alpha,
             .isOnScreen = isVisible(w),
             .isMinimized = w.minimized,
-            .sheetOf = w.spec.sheetOf,
+            .sheetOf = w.setup.sheetOf,
             .isMain = p != processes.end() && p->second.mainWindow == w.id};
 }
 
 const MenuItemSpec* World::menuItem(int32_t pid, const std::vector<size_t>& path) const {
     auto p = processes.find(pid);
-    if (p == processes.end() || !p->second.spec.menuBar || path.empty()) return nullptr;
-    const std::vector<MenuItemSpec>* items = &*p->second.spec.menuBar;
+    if (p == processes.end() || !p->second.setup.menuBar || path.empty()) return nullptr;
+    const std::vector<MenuItemSpec>* items = &*p->second.setup.menuBar;
     const MenuItemSpec* item = nullptr;
     for (size_t index : path) {
         if (index >= items->size()) return nullptr;
@@ -196,14 +196,14 @@ void World::openMenu(SimProcess& p, size_t index) {
     if (!top) return;
     p.openMenu = index;
     // The open menu is a window of its application, above ordinary windows.
-    WindowSpec spec{.title = "",
+    WindowSpec setup{.title = "",
                     .frame = {10.0 + 80 * double(index), 24, 220, 10 + 22 * double(top->submenu.size())},
                     .layer = Desktop::menuWindowLayer,
                     .hasCloseButton = false,
                     .movable = false,
                     .resizable = false,
                     .accessible = false};
-    p.menuWindow = addWindow(p.pid, std::move(spec));
+    p.menuWindow = addWindow(p.pid, std::move(setup));
     windows.at(p.menuWindow).isMenuWindow = true;
 }
 

@@ -13,14 +13,14 @@ namespace tsl::Sim {
 struct SimWindow {
     uint32_t id = 0;
     int32_t pid = 0;
-    WindowSpec spec;
+    WindowSpec setup;
     bool minimized = false;
     bool isMenuWindow = false;
 };
 
 struct SimProcess {
     int32_t pid = 0;
-    ProcessSpec spec;
+    ProcessSpec setup;
     bool squareWhite = false;
     uint64_t patternCounter = 0;  // pictures the test pattern has drawn; the first is 1
     std::optional<size_t> openMenu;
@@ -69,8 +69,8 @@ struct World {
     // Processes and windows.
     SimProcess* process(int32_t pid);
     SimWindow* window(uint32_t id);
-    int32_t addProcess(ProcessSpec spec);
-    uint32_t addWindow(int32_t pid, WindowSpec spec);
+    int32_t addProcess(ProcessSpec setup);
+    uint32_t addWindow(int32_t pid, WindowSpec setup);
     void removeWindow(uint32_t id);  // with its sheets
     void removeProcess(int32_t pid);
     bool isVisible(const SimWindow& w) const;

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "TslCore/Measure/TestPatternSpec.h"
+#include "TslCore/Measure/TestPattern.h"
 
 namespace tsl {
 

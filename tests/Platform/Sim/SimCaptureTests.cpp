@@ -10,7 +10,7 @@
 #include "Support/SimSupport.h"
 #include "Support/TempDir.h"
 #include "Support/Waiter.h"
-#include "TslCore/Measure/TestPatternSpec.h"
+#include "TslCore/Measure/TestPattern.h"
 
 using namespace tsl;
 using namespace tsl::Sim;

@@ -4,7 +4,7 @@
 
 #include <thread>
 
-#include "TslCore/Measure/TestPatternSpec.h"
+#include "TslCore/Measure/TestPattern.h"
 #include "TslStream/Measure/SyntheticTestPattern.h"
 
 using namespace tsl;

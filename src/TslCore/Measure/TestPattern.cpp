@@ -1,4 +1,4 @@
-#include "TslCore/Measure/TestPatternSpec.h"
+#include "TslCore/Measure/TestPattern.h"
 
 #include <algorithm>
 #include <cstring>
