@@ -38,7 +38,13 @@ struct ExitRecorder {
 // Log lines, while in scope.
 class LogLines {
 public:
-    LogLines() { Logger::setObserver(&record); }
+    LogLines() {
+        {
+            std::lock_guard g(m());
+            lines().clear();
+        }
+        Logger::setObserver(&record);
+    }
     ~LogLines() { Logger::setObserver(nullptr); }
     static std::vector<std::string> all() {
         std::lock_guard g(m());

@@ -52,8 +52,9 @@ struct ServiceWorld {
     }
     void closeHost(size_t host) {
         hostEnds[host]->channel->close();
-        ASSERT_TRUE(main.runUntil([&] { return agentEnds[host]->connection->isClosed(); }, limit));
-        main.runFor(std::chrono::milliseconds(50));  // lets the detach job run
+        auto& attached = service->attached();
+        ASSERT_TRUE(main.runUntil(
+            [&] { return std::find(attached.begin(), attached.end(), agentEnds[host]) == attached.end(); }, limit));
     }
 };
 
