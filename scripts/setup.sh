@@ -6,7 +6,7 @@ here=$(cd "$(dirname "$0")/.." && pwd)
 preset=${1:-release}
 
 packages=(
-  build-essential cmake ninja-build pkg-config
+  build-essential cmake ninja-build pkg-config ccache
   libasio-dev nlohmann-json3-dev
   libx264-dev libavcodec-dev libavutil-dev libyuv-dev libswscale-dev
   libsodium-dev libicu-dev libplist-dev
