@@ -9,7 +9,7 @@
 
 #include "TslCore/Migration/SafePaths.h"
 #include "TslCore/Support/PathNames.h"
-#include "TslCore/Support/TextCase.h"
+#include "TslCore/Support/UnicodeText.h"
 #include "TslCore/Support/Utf8.h"
 
 namespace tsl {

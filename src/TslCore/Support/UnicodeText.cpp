@@ -1,6 +1,10 @@
-#include "TslCore/Support/TextCase.h"
+#include "TslCore/Support/UnicodeText.h"
 
+#include <unicode/brkiter.h>
+#include <unicode/unistr.h>
 #include <unicode/ustring.h>
+
+#include <memory>
 
 #include <vector>
 
@@ -39,6 +43,18 @@ std::string lowercased(std::string_view text) {
     if (U_FAILURE(status)) return valid;
     out.resize(static_cast<size_t>(outLength));
     return out;
+}
+
+size_t characterCount(std::string_view text) {
+    const std::string valid = repairedUtf8(text);
+    const icu::UnicodeString wide = icu::UnicodeString::fromUTF8(valid);
+    UErrorCode status = U_ZERO_ERROR;
+    std::unique_ptr<icu::BreakIterator> breaks(icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+    if (U_FAILURE(status) || !breaks) return static_cast<size_t>(wide.countChar32());
+    breaks->setText(wide);
+    size_t count = 0;
+    while (breaks->next() != icu::BreakIterator::DONE) ++count;
+    return count;
 }
 
 }  // namespace tsl
