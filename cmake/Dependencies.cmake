@@ -27,7 +27,7 @@ endif()
 if(NOT YUV_FOUND)
   message(FATAL_ERROR "libyuv not found (Debian package libyuv-dev)")
 endif()
-pkg_check_modules(SDL2 IMPORTED_TARGET sdl2)
+pkg_check_modules(SDL2 REQUIRED IMPORTED_TARGET sdl2)
 
 # Standalone Asio is header-only.
 find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)

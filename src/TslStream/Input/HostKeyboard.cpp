@@ -86,4 +86,15 @@ std::optional<uint16_t> guestKeyCode(uint32_t usbUsage) {
 
 bool isModifier(uint32_t usbUsage) { return usbUsage == 57 || (usbUsage >= 224 && usbUsage <= 231); }
 
+uint64_t keyFlags(uint32_t usbUsage) {
+    bool functionKey = (usbUsage >= 58 && usbUsage <= 69) || (usbUsage >= 104 && usbUsage <= 115) ||
+                       (usbUsage >= 73 && usbUsage <= 78) || usbUsage == 117;
+    bool arrow = usbUsage >= 79 && usbUsage <= 82;
+    bool keypad = (usbUsage >= 84 && usbUsage <= 99) || usbUsage == 103;
+    uint64_t flags = 0;
+    if (functionKey || arrow) flags |= functionFlag;
+    if (keypad || arrow) flags |= numericPadFlag;
+    return flags;
+}
+
 }  // namespace tsl::HostKeyboard

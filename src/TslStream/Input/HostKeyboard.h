@@ -25,5 +25,9 @@ std::optional<uint16_t> guestKeyCode(uint32_t usbUsage);
 // (Super/GUI) keys, left or right, and caps lock: they travel as flagsChanged.
 bool isModifier(uint32_t usbUsage);
 
+// Bits the guest's own keyboard sets by the key alone: function keys carry
+// the function flag, arrows and the keypad the numeric-pad flag (arrows both).
+uint64_t keyFlags(uint32_t usbUsage);
+
 }  // namespace HostKeyboard
 }  // namespace tsl
