@@ -35,3 +35,7 @@ add_library(tsl_asio INTERFACE)
 target_include_directories(tsl_asio SYSTEM INTERFACE ${ASIO_INCLUDE_DIR})
 target_compile_definitions(tsl_asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
 target_link_libraries(tsl_asio INTERFACE Threads::Threads)
+# Asio looks for clang's old experimental coroutines only; clang 14 has C++20's.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  target_compile_definitions(tsl_asio INTERFACE ASIO_HAS_CO_AWAIT=1)
+endif()
