@@ -61,6 +61,7 @@ void AgentService::startBackgroundWork() {
         if (!platform.screenCapture->preflightAccess()) platform.screenCapture->requestAccess();
         if (!platform.accessibility->isProcessTrusted()) platform.accessibility->isProcessTrustedWithOptions(true);
     }
+    startWindowTracking();
 }
 
 const AgentService::RowTable& AgentService::rows() {
@@ -68,6 +69,8 @@ const AgentService::RowTable& AgentService::rows() {
         RowTable t{};
         t[size_t(ControlMessage::Kind::hello)] = &AgentService::hello;
         t[size_t(ControlMessage::Kind::status)] = &AgentService::status;
+        t[size_t(ControlMessage::Kind::listWindows)] = &AgentService::listWindows;
+        t[size_t(ControlMessage::Kind::windowAction)] = &AgentService::windowAction;
         return t;
     }();
     return table;

@@ -10,6 +10,9 @@
 #include "TslAgent/AgentConfig.h"
 #include "Platform/Platform.h"
 #include "TslAgent/ProcessExit.h"
+#include "TslAgent/WindowCache.h"
+#include "TslAgent/WindowTracking.h"
+#include "TslStream/Runtime/Timers.h"
 #include "TslStream/Support/Logger.h"
 #include "TslStream/Transport/Channel.h"
 #include "TslStream/Transport/ControlChannel.h"
@@ -47,6 +50,14 @@ public:
     const std::vector<std::shared_ptr<ControlChannel>>& attached() const { return _attached; }
     const std::shared_ptr<WireConnection>& videoConnection() const { return _videoConnection; }
 
+    // One tracking tick: the timer's work, also run once at start.
+    void trackWindows();
+    // Shared with the input path, which reads it on the channels' threads.
+    const std::shared_ptr<WindowCache>& windowCache() const { return _windowCache; }
+    WindowTracker& windowTracking() { return tracking; }
+    // Where tracking tells the stream side of resizes, closes and restores.
+    void setWindowStreamHooks(WindowStreamHooks hooks) { windowStreams = std::move(hooks); }
+
 private:
     // A row of the request table: a member coroutine answering one case.
     using Row = asio::awaitable<ControlMessage> (AgentService::*)(ControlMessage);
@@ -54,10 +65,13 @@ private:
     static const RowTable& rows();
 
     void detach(const std::shared_ptr<ControlChannel>& channel);
+    void startWindowTracking();
     asio::awaitable<void> handle(ControlEnvelope envelope, std::shared_ptr<ControlChannel> channel);
 
     asio::awaitable<ControlMessage> hello(ControlMessage request);
     asio::awaitable<ControlMessage> status(ControlMessage request);
+    asio::awaitable<ControlMessage> listWindows(ControlMessage request);
+    asio::awaitable<ControlMessage> windowAction(ControlMessage request);
 
     const AgentConfig _config;
     const PlatformServices platform;
@@ -67,6 +81,10 @@ private:
     std::vector<std::shared_ptr<ControlChannel>> _controls;
     std::vector<std::shared_ptr<ControlChannel>> _attached;
     std::shared_ptr<WireConnection> _videoConnection;
+    const std::shared_ptr<WindowCache> _windowCache = std::make_shared<WindowCache>();
+    WindowTracker tracking;
+    WindowStreamHooks windowStreams;
+    std::unique_ptr<RepeatingTimer> tracker;
 };
 
 }  // namespace tsl
