@@ -10,6 +10,8 @@
 #include "TslAgent/AgentConfig.h"
 #include "Platform/Platform.h"
 #include "TslAgent/ProcessExit.h"
+#include "TslAgent/StreamManager.h"
+#include "TslStream/Pipeline/EchoCounter.h"
 #include "TslStream/Support/Logger.h"
 #include "TslStream/Transport/Channel.h"
 #include "TslStream/Transport/ControlChannel.h"
@@ -46,6 +48,8 @@ public:
     const std::vector<std::shared_ptr<ControlChannel>>& controls() const { return _controls; }
     const std::vector<std::shared_ptr<ControlChannel>>& attached() const { return _attached; }
     const std::shared_ptr<WireConnection>& videoConnection() const { return _videoConnection; }
+    const std::shared_ptr<StreamManager>& streamManager() const { return streams; }
+    const std::shared_ptr<EchoCounter>& echoCounter() const { return echo; }
 
 private:
     // A row of the request table: a member coroutine answering one case.
@@ -58,6 +62,11 @@ private:
 
     asio::awaitable<ControlMessage> hello(ControlMessage request);
     asio::awaitable<ControlMessage> status(ControlMessage request);
+    // Streams (AgentServiceStreams.cpp).
+    asio::awaitable<ControlMessage> startStream(ControlMessage request);
+    asio::awaitable<ControlMessage> stopStream(ControlMessage request);
+    asio::awaitable<ControlMessage> updateStream(ControlMessage request);
+    asio::awaitable<ControlMessage> requestKeyframe(ControlMessage request);
 
     const AgentConfig _config;
     const PlatformServices platform;
@@ -67,6 +76,8 @@ private:
     std::vector<std::shared_ptr<ControlChannel>> _controls;
     std::vector<std::shared_ptr<ControlChannel>> _attached;
     std::shared_ptr<WireConnection> _videoConnection;
+    const std::shared_ptr<EchoCounter> echo = std::make_shared<EchoCounter>();
+    const std::shared_ptr<StreamManager> streams;
 };
 
 }  // namespace tsl
