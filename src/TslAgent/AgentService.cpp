@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "TslAgent/GuestDocuments.h"
 #include "TslAgent/StatusReport.h"
 #include "TslCore/Support/TesselVersion.h"
 #include "TslStream/Runtime/MainActor.h"
@@ -60,6 +61,7 @@ void AgentService::startBackgroundWork() {
         // Both only bring up the system's dialog; status tells the host what was granted.
         if (!platform.screenCapture->preflightAccess()) platform.screenCapture->requestAccess();
         if (!platform.accessibility->isProcessTrusted()) platform.accessibility->isProcessTrustedWithOptions(true);
+        GuestDocuments::pointPanelsAtSharedDocuments(platform);
     }
 }
 
@@ -68,6 +70,9 @@ const AgentService::RowTable& AgentService::rows() {
         RowTable t{};
         t[size_t(ControlMessage::Kind::hello)] = &AgentService::hello;
         t[size_t(ControlMessage::Kind::status)] = &AgentService::status;
+        t[size_t(ControlMessage::Kind::listApps)] = &AgentService::listApps;
+        t[size_t(ControlMessage::Kind::launchApp)] = &AgentService::launchApp;
+        t[size_t(ControlMessage::Kind::quitApp)] = &AgentService::quitApp;
         return t;
     }();
     return table;

@@ -58,6 +58,10 @@ private:
 
     asio::awaitable<ControlMessage> hello(ControlMessage request);
     asio::awaitable<ControlMessage> status(ControlMessage request);
+    // Guest applications (AgentServiceApps.cpp).
+    asio::awaitable<ControlMessage> listApps(ControlMessage request);
+    asio::awaitable<ControlMessage> launchApp(ControlMessage request);
+    asio::awaitable<ControlMessage> quitApp(ControlMessage request);
 
     const AgentConfig _config;
     const PlatformServices platform;
