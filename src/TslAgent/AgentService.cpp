@@ -73,6 +73,7 @@ const AgentService::RowTable& AgentService::rows() {
         t[size_t(ControlMessage::Kind::listApps)] = &AgentService::listApps;
         t[size_t(ControlMessage::Kind::launchApp)] = &AgentService::launchApp;
         t[size_t(ControlMessage::Kind::quitApp)] = &AgentService::quitApp;
+        t[size_t(ControlMessage::Kind::installApp)] = &AgentService::installApp;
         return t;
     }();
     return table;

@@ -25,4 +25,11 @@ asio::awaitable<ControlMessage> AgentService::quitApp(ControlMessage request) {
     co_return ControlMessage::Ok{};
 }
 
+asio::awaitable<ControlMessage> AgentService::installApp(ControlMessage request) {
+    InstallRequest install = request.get<ControlMessage::InstallApp>()->value;
+    const std::string bundleID = install.bundleID;
+    const std::filesystem::path installed = co_await installs.run(AppInstaller(_config, platform.system), std::move(install));
+    co_return ControlMessage::Installed{bundleID, installed.string()};
+}
+
 }  // namespace tsl

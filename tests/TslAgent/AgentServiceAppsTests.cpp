@@ -26,7 +26,8 @@ struct AppsWorld {
     std::shared_ptr<ControlChannel> agentEnd;
     std::unique_ptr<HostEnd> host;
 
-    AppsWorld() {
+    explicit AppsWorld(bool guestRun = false) {
+        config.isSimulation = !guestRun;
         config.openRoots = {config.sharedDir};
         fs::create_directories(config.sharedDir);
         Sim::placeSampleApps(config.appsDir);
@@ -95,4 +96,35 @@ TEST(AgentServiceApps, RefusalsReachTheHostWithTheirTexts) {
     EXPECT_EQ(w.refusal(ControlMessage::QuitApp{foreign}), "forbidden: not a Tessel app: " + std::to_string(foreign));
     EXPECT_TRUE(w.desktop->process(foreign));
     EXPECT_EQ(w.desktop->processes().size(), 1u);  // nothing was started
+}
+
+TEST(AgentServiceApps, InstallsWithoutHoldingUpOtherRequests) {
+    AppsWorld w(true);
+    const auto stage = w.config.sharedDir / "Migrate" / "com.example.big";
+    const auto bundle = makeBundle(stage, "Big", "com.example.big");
+    writeFile(stage / "prefs.plist", "<plist version=\"1.0\"><dict/></plist>");
+    // The preferences tool holds the install until the test lets it go.
+    Waiter entered, released;
+    w.desktop->scriptChild("/usr/bin/defaults", [&](const std::vector<std::string>&) {
+        entered.signal();
+        released.waitFor(1, std::chrono::seconds(20));
+        return System::ChildResult{};
+    });
+    std::optional<ControlMessage> installed;
+    w.main.spawn([&]() -> asio::awaitable<void> {
+        ControlMessage::InstallApp install{{bundle.string(), "com.example.big", (stage / "prefs.plist").string(), std::nullopt}};
+        installed = co_await w.host->channel->request(install, 30);
+    });
+    ASSERT_TRUE(w.main.runUntil([&] { return entered.value() == 1; }, limit));
+
+    auto apps = w.apps();  // answered while the install is under way
+    EXPECT_FALSE(installed);
+    ASSERT_EQ(apps.size(), 3u);
+    EXPECT_EQ(apps[0].bundleID, "com.example.big");
+
+    released.signal();
+    ASSERT_TRUE(w.main.runUntil([&] { return installed.has_value(); }, limit));
+    EXPECT_EQ(*installed, ControlMessage(ControlMessage::Installed{"com.example.big", (w.config.appsDir / "Big.app").string()}));
+
+    EXPECT_EQ(w.refusal(ControlMessage::InstallApp{{bundle.string(), "bad id"}}), "invalid bundle identifier: bad id");
 }
