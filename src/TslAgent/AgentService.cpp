@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "TslAgent/GuestDocuments.h"
 #include "TslAgent/StatusReport.h"
 #include "TslCore/Support/TesselVersion.h"
 #include "TslStream/Runtime/MainActor.h"
@@ -66,6 +67,7 @@ void AgentService::startBackgroundWork() {
         // Both only bring up the system's dialog; status tells the host what was granted.
         if (!platform.screenCapture->preflightAccess()) platform.screenCapture->requestAccess();
         if (!platform.accessibility->isProcessTrusted()) platform.accessibility->isProcessTrustedWithOptions(true);
+        GuestDocuments::pointPanelsAtSharedDocuments(platform);
     }
     startWindowTracking();
 }
@@ -81,6 +83,10 @@ const AgentService::RowTable& AgentService::rows() {
         t[size_t(ControlMessage::Kind::stopStream)] = &AgentService::stopStream;
         t[size_t(ControlMessage::Kind::updateStream)] = &AgentService::updateStream;
         t[size_t(ControlMessage::Kind::requestKeyframe)] = &AgentService::requestKeyframe;
+        t[size_t(ControlMessage::Kind::listApps)] = &AgentService::listApps;
+        t[size_t(ControlMessage::Kind::launchApp)] = &AgentService::launchApp;
+        t[size_t(ControlMessage::Kind::quitApp)] = &AgentService::quitApp;
+        t[size_t(ControlMessage::Kind::installApp)] = &AgentService::installApp;
         return t;
     }();
     return table;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "TslAgent/AgentConfig.h"
+#include "TslAgent/InstallQueue.h"
 #include "Platform/Platform.h"
 #include "TslAgent/ProcessExit.h"
 #include "TslAgent/WindowCache.h"
@@ -81,11 +82,17 @@ private:
     asio::awaitable<ControlMessage> stopStream(ControlMessage request);
     asio::awaitable<ControlMessage> updateStream(ControlMessage request);
     asio::awaitable<ControlMessage> requestKeyframe(ControlMessage request);
+    // Guest applications (AgentServiceApps.cpp).
+    asio::awaitable<ControlMessage> listApps(ControlMessage request);
+    asio::awaitable<ControlMessage> launchApp(ControlMessage request);
+    asio::awaitable<ControlMessage> quitApp(ControlMessage request);
+    asio::awaitable<ControlMessage> installApp(ControlMessage request);
 
     const AgentConfig _config;
     const PlatformServices platform;
     const ProcessExit exit;
     Logger log{"com.tessel.agent", "service"};
+    InstallQueue installs;
     const std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
     std::vector<std::shared_ptr<ControlChannel>> _controls;
     std::vector<std::shared_ptr<ControlChannel>> _attached;
