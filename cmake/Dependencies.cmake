@@ -9,6 +9,7 @@ find_package(fmt REQUIRED)
 find_package(ICU REQUIRED COMPONENTS uc i18n)
 find_package(CLI11 CONFIG QUIET)
 find_package(benchmark QUIET)
+find_package(CURL REQUIRED)
 
 pkg_check_modules(PLIST REQUIRED IMPORTED_TARGET libplist-2.0)
 pkg_check_modules(SODIUM REQUIRED IMPORTED_TARGET libsodium)
