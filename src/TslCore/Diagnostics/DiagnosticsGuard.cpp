@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <nlohmann/json.hpp>
+#include <cctype>
 #include <set>
 
 #include "TslCore/Diagnostics/DiagnosticsBatch.h"
@@ -77,12 +78,55 @@ bool isFixedFormat(const std::string& key) {
     return std::find(std::begin(fixedFormat), std::end(fixedFormat), key) != std::end(fixedFormat);
 }
 
+// Four dot-separated numbers of 0 to 255, alone in their run of digits and
+// dots: "connect.10.0.0.5" holds one, "10.0.19041.1" does not.
+bool containsIPv4(const std::string& text) {
+    for (size_t at = 0; at < text.size();) {
+        const size_t begin = text.find_first_of("0123456789", at);
+        if (begin == std::string::npos) return false;
+        size_t end = text.find_first_not_of("0123456789.", begin);
+        if (end == std::string::npos) end = text.size();
+        at = end;
+        std::string run = text.substr(begin, end - begin);
+        while (!run.empty() && run.back() == '.') run.pop_back();
+        std::vector<std::string> parts{""};
+        for (char c : run) {
+            if (c == '.') parts.emplace_back();
+            else parts.back().push_back(c);
+        }
+        if (parts.size() == 4 && std::all_of(parts.begin(), parts.end(), [](const std::string& p) {
+                return !p.empty() && p.size() <= 3 && std::stoi(p) <= 255;
+            }))
+            return true;
+    }
+    return false;
+}
+
+// Hexadecimal groups joined by at least two colons ("fe80::1", "2001:db8::8a2e:370:7334").
+bool containsIPv6(const std::string& text) {
+    size_t colons = 0, hex = 0;
+    for (size_t i = 0; i <= text.size(); ++i) {
+        const char c = i < text.size() ? text[i] : ' ';
+        if (c == ':') {
+            ++colons;
+        } else if (std::isxdigit(static_cast<unsigned char>(c))) {
+            ++hex;
+        } else {
+            if (colons >= 2 && hex > 0) return true;
+            colons = hex = 0;
+        }
+    }
+    return false;
+}
+
 void test(const std::string& value, const std::string& key, const std::vector<std::string>& needleList) {
     if (value.find_first_of("/\\~@") != std::string::npos) throw Problem::suspicious(value);
     const std::string lower = lowercased(value);
     for (const auto& needle : needleList)
         if (lower.find(needle) != std::string::npos) throw Problem::suspicious(value);
     if (key != "bundleId" && looksLikeFileName(value)) throw Problem::suspicious(value);
+    // A version may well have four small numbers; anywhere else they are an address.
+    if ((key != "version" && containsIPv4(value)) || containsIPv6(value)) throw Problem::suspicious(value);
 }
 
 }  // namespace
