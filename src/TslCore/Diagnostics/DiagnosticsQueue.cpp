@@ -162,6 +162,8 @@ std::optional<std::vector<ProblemReport>> DiagnosticsQueue::readReports() const 
 
 // Written beside the target and renamed over it, so that a reader, or a
 // process killed mid-write, sees the old file or the new one, never a part.
+// No sync: the rename is what keeps the file whole, as the platform's atomic
+// write does.
 void DiagnosticsQueue::write(const char* name, const std::string& text) const {
     std::error_code ec;
     fs::create_directories(_folder, ec);
@@ -169,7 +171,7 @@ void DiagnosticsQueue::write(const char* name, const std::string& text) const {
     std::string temporary = (_folder / (std::string(".") + name + ".XXXXXX")).string();
     const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
     if (fd < 0) return;
-    const bool written = ::fchmod(fd, 0600) == 0 && writeAll(fd, text) && ::fdatasync(fd) == 0;
+    const bool written = ::fchmod(fd, 0600) == 0 && writeAll(fd, text);
     ::close(fd);
     if (!written || ::rename(temporary.c_str(), file(name).c_str()) != 0) {
         ::unlink(temporary.c_str());
