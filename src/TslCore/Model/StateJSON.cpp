@@ -207,4 +207,99 @@ void from_json(const json& j, BetaRecord& r) {
     r.serverDeletePending = lenient(o, "serverDeletePending", boolean);
 }
 
+void to_json(json& j, const TesselSettings& s) {
+    j = json::object();
+    j["cpuCount"] = s.cpuCount;
+    j["memoryGB"] = s.memoryGB;
+    j["idleSuspendMinutes"] = s.idleSuspendMinutes;
+    j["showDebugVMWindow"] = s.showDebugVMWindow;
+    j["simulationMode"] = s.simulationMode;
+    j["codec"] = uint8_t(s.codec);
+    put(j, "addToDock", s.addToDock);
+    put(j, "sharedFolders", s.sharedFolders);
+    put(j, "sharedFolderNames", s.sharedFolderNames);
+}
+
+void from_json(const json& j, TesselSettings& s) {
+    const auto& o = object(j);
+    const TesselSettings defaults;
+    s.cpuCount = lenient(o, "cpuCount", integer).value_or(defaults.cpuCount);
+    s.memoryGB = lenient(o, "memoryGB", integer).value_or(defaults.memoryGB);
+    s.idleSuspendMinutes = lenient(o, "idleSuspendMinutes", integer).value_or(defaults.idleSuspendMinutes);
+    s.showDebugVMWindow = lenient(o, "showDebugVMWindow", boolean).value_or(defaults.showDebugVMWindow);
+    s.simulationMode = lenient(o, "simulationMode", boolean).value_or(defaults.simulationMode);
+    const auto raw = lenient(o, "codec", integer);
+    const auto codec = raw && *raw >= 0 && *raw <= 255 ? videoCodecFromRaw(uint8_t(*raw)) : std::nullopt;
+    s.codec = codec.value_or(defaults.codec);
+    s.addToDock = lenient(o, "addToDock", boolean);
+    s.sharedFolders = lenient(o, "sharedFolders", [](const json& v) {
+        std::vector<std::string> out;
+        for (const json& e : array(v)) out.push_back(string(e));
+        return out;
+    });
+    s.sharedFolderNames = lenient(o, "sharedFolderNames", mapOf(string));
+}
+
+void to_json(json& j, const MigratedApp& a) {
+    j = json::object({{"bundleID", a.bundleID},
+                      {"name", a.name},
+                      {"originalPath", a.originalPath},
+                      {"guestPath", a.guestPath},
+                      {"shimPath", a.shimPath},
+                      {"migratedAt", dateJSON(a.migratedAt)}});
+}
+
+void from_json(const json& j, MigratedApp& a) {
+    const auto& o = object(j);
+    a.bundleID = required(o, "bundleID", string);
+    a.name = required(o, "name", string);
+    a.originalPath = required(o, "originalPath", string);
+    a.guestPath = required(o, "guestPath", string);
+    a.shimPath = required(o, "shimPath", string);
+    a.migratedAt = required(o, "migratedAt", date);
+}
+
+void to_json(json& j, const PersistedState& s) {
+    j = json::object();
+    j["onboardingDone"] = s.onboardingDone;
+    j["acceptedPersonalUseTerms"] = s.acceptedPersonalUseTerms;
+    j["settings"] = s.settings;
+    j["migrated"] = s.migrated;
+    j["guestSetup"] = s.guestSetup;
+    j["beta"] = s.beta;
+}
+
+void from_json(const json& j, PersistedState& s) {
+    const auto& o = object(j);
+    const auto record = [](auto kind) {
+        return [](const json& v) { return v.get<decltype(kind)>(); };
+    };
+    s.onboardingDone = lenient(o, "onboardingDone", boolean).value_or(false);
+    s.acceptedPersonalUseTerms = lenient(o, "acceptedPersonalUseTerms", boolean).value_or(false);
+    s.settings = lenient(o, "settings", record(TesselSettings{})).value_or(TesselSettings{});
+    s.migrated = lenient(o, "migrated", [](const json& v) {
+                     std::vector<MigratedApp> kept;
+                     for (const json& e : array(v))
+                         if (auto app = e.get<Lossy<MigratedApp>>().value) kept.push_back(std::move(*app));
+                     return kept;
+                 }).value_or(std::vector<MigratedApp>{});
+    s.guestSetup = lenient(o, "guestSetup", record(GuestSetupRecord{})).value_or(GuestSetupRecord{});
+    s.beta = lenient(o, "beta", record(BetaRecord{})).value_or(BetaRecord{});
+}
+
+namespace StateJSON {
+
+std::optional<PersistedState> decodeState(std::string_view bytes) {
+    json j = json::parse(bytes, nullptr, false);
+    if (!j.is_object()) return std::nullopt;  // a parse failure is "discarded", no object either
+    return j.get<PersistedState>();
+}
+
+std::string encodeState(const PersistedState& state) {
+    // Text that isn't UTF-8 is repaired rather than refused: a state must
+    // always be writable.
+    return json(state).dump(2, ' ', false, json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace StateJSON
 }  // namespace tsl
