@@ -46,11 +46,25 @@ std::string lowercased(std::string_view text) {
 }
 
 size_t characterCount(std::string_view text) {
+    // ASCII is one character a byte, but for CR LF, which is one.
+    bool ascii = true;
+    size_t crlf = 0;
+    for (size_t i = 0; i < text.size() && ascii; ++i) {
+        ascii = static_cast<unsigned char>(text[i]) < 0x80;
+        crlf += text[i] == '\n' && i > 0 && text[i - 1] == '\r';
+    }
+    if (ascii) return text.size() - crlf;
+
     const std::string valid = repairedUtf8(text);
     const icu::UnicodeString wide = icu::UnicodeString::fromUTF8(valid);
-    UErrorCode status = U_ZERO_ERROR;
-    std::unique_ptr<icu::BreakIterator> breaks(icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
-    if (U_FAILURE(status) || !breaks) return static_cast<size_t>(wide.countChar32());
+    // Making a break iterator costs far more than using one: one per thread.
+    thread_local std::unique_ptr<icu::BreakIterator> breaks = [] {
+        UErrorCode status = U_ZERO_ERROR;
+        std::unique_ptr<icu::BreakIterator> made(icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+        if (U_FAILURE(status)) made.reset();
+        return made;
+    }();
+    if (!breaks) return static_cast<size_t>(wide.countChar32());
     breaks->setText(wide);
     size_t count = 0;
     while (breaks->next() != icu::BreakIterator::DONE) ++count;
