@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "TslAgent/GuestDocuments.h"
 #include "TslAgent/StatusReport.h"
 #include "TslCore/Support/TesselVersion.h"
 #include "TslStream/Runtime/MainActor.h"
@@ -44,7 +45,10 @@ AgentService::AgentService(AgentConfig config, PlatformServices platform, Proces
     : _config(std::move(config)),
       platform(std::move(platform)),
       exit(std::move(exit)),
-      streams(std::make_shared<StreamManager>(this->platform.screenCapture, echo)) {}
+      streams(std::make_shared<StreamManager>(this->platform.screenCapture, echo)) {
+    // Streams follow their windows: a resize re-sizes the capture, a close ends it.
+    windowStreams = WindowStreamHooks::of(*streams);
+}
 
 Hello AgentService::agentHelloBase() {
     Hello hello;
@@ -63,7 +67,9 @@ void AgentService::startBackgroundWork() {
         // Both only bring up the system's dialog; status tells the host what was granted.
         if (!platform.screenCapture->preflightAccess()) platform.screenCapture->requestAccess();
         if (!platform.accessibility->isProcessTrusted()) platform.accessibility->isProcessTrustedWithOptions(true);
+        GuestDocuments::pointPanelsAtSharedDocuments(platform);
     }
+    startWindowTracking();
 }
 
 const AgentService::RowTable& AgentService::rows() {
@@ -71,10 +77,16 @@ const AgentService::RowTable& AgentService::rows() {
         RowTable t{};
         t[size_t(ControlMessage::Kind::hello)] = &AgentService::hello;
         t[size_t(ControlMessage::Kind::status)] = &AgentService::status;
+        t[size_t(ControlMessage::Kind::listWindows)] = &AgentService::listWindows;
+        t[size_t(ControlMessage::Kind::windowAction)] = &AgentService::windowAction;
         t[size_t(ControlMessage::Kind::startStream)] = &AgentService::startStream;
         t[size_t(ControlMessage::Kind::stopStream)] = &AgentService::stopStream;
         t[size_t(ControlMessage::Kind::updateStream)] = &AgentService::updateStream;
         t[size_t(ControlMessage::Kind::requestKeyframe)] = &AgentService::requestKeyframe;
+        t[size_t(ControlMessage::Kind::listApps)] = &AgentService::listApps;
+        t[size_t(ControlMessage::Kind::launchApp)] = &AgentService::launchApp;
+        t[size_t(ControlMessage::Kind::quitApp)] = &AgentService::quitApp;
+        t[size_t(ControlMessage::Kind::installApp)] = &AgentService::installApp;
         return t;
     }();
     return table;
