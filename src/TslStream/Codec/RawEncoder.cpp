@@ -5,7 +5,12 @@
 namespace tsl {
 
 void RawEncoder::encode(PixelBuffer& buffer, const FrameInfo& info, const Output& output) {
-    PixelBuffers::RawPayload raw = PixelBuffers::rawPayload(buffer);
+    Bytes reuse;
+    {
+        std::lock_guard g(lock);
+        reuse = std::move(spare);
+    }
+    PixelBuffers::RawPayload raw = PixelBuffers::rawPayload(buffer, std::move(reuse));
     EncodedFrame frame;
     VideoFrameHeader& h = frame.header;
     h.streamID = info.streamID;
@@ -22,6 +27,15 @@ void RawEncoder::encode(PixelBuffer& buffer, const FrameInfo& info, const Output
     h.nativeScale = info.nativeScale;
     frame.payload = std::move(raw.data);
     output(std::move(frame));
+}
+
+}  // namespace tsl
+
+namespace tsl {
+
+void RawEncoder::recycle(Bytes payload) {
+    std::lock_guard g(lock);
+    spare = std::move(payload);
 }
 
 }  // namespace tsl

@@ -1,4 +1,6 @@
 #pragma once
+#include <mutex>
+
 #include "TslStream/Codec/VideoEncoder.h"
 
 namespace tsl {
@@ -12,6 +14,14 @@ public:
     void encode(PixelBuffer& buffer, const FrameInfo& info, const Output& output) override;
     void requestKeyframe() override {}
     void invalidate() override {}
+
+    // Hands a written frame's payload back, so that the next frame is copied
+    // into memory already mapped rather than a fresh allocation of its size.
+    void recycle(Bytes payload);
+
+private:
+    std::mutex lock;  // guards spare
+    Bytes spare;
 };
 
 }  // namespace tsl

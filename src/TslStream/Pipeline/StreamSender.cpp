@@ -4,6 +4,7 @@
 
 #include "TslCore/Support/MonoClock.h"
 #include "TslStream/Codec/H264Encoder.h"
+#include "TslStream/Codec/RawEncoder.h"
 
 namespace tsl {
 
@@ -59,17 +60,27 @@ void StreamSender::submit(PixelBuffer& buffer, double contentScale, double nativ
 
 void StreamSender::send(EncodedFrame frame) {
     const uint64_t captured = frame.header.guestTimestampNs;
+    WireMessage message = std::move(frame).message();
+    bool sent = true;
     try {
-        connection->send(std::move(frame).message());
+        connection->send(message);
     } catch (const std::exception&) {
-        std::lock_guard g(lock);
-        ++_sendErrors;
-        return;
+        sent = false;
     }
     const uint64_t now = MonoClock::nowNs();
-    std::lock_guard g(lock);
-    ++_framesSent;
-    _encodeDelayNsTotal += now > captured ? now - captured : 0;
+    std::shared_ptr<RawEncoder> raw;
+    {
+        std::lock_guard g(lock);
+        if (sent) {
+            ++_framesSent;
+            _encodeDelayNsTotal += now > captured ? now - captured : 0;
+        } else {
+            ++_sendErrors;
+        }
+        if (codec == VideoCodec::rawBGRA) raw = std::dynamic_pointer_cast<RawEncoder>(encoder);
+    }
+    // Raw frames are large: their memory serves the next frame of the same size.
+    if (raw) raw->recycle(std::move(std::get<WireMessage::Video>(message.payload).data));
 }
 
 void StreamSender::requestKeyframe() {
