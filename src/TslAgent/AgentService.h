@@ -13,6 +13,8 @@
 #include "TslAgent/WindowCache.h"
 #include "TslAgent/WindowTracking.h"
 #include "TslStream/Runtime/Timers.h"
+#include "TslAgent/StreamManager.h"
+#include "TslStream/Pipeline/EchoCounter.h"
 #include "TslStream/Support/Logger.h"
 #include "TslStream/Transport/Channel.h"
 #include "TslStream/Transport/ControlChannel.h"
@@ -49,6 +51,8 @@ public:
     const std::vector<std::shared_ptr<ControlChannel>>& controls() const { return _controls; }
     const std::vector<std::shared_ptr<ControlChannel>>& attached() const { return _attached; }
     const std::shared_ptr<WireConnection>& videoConnection() const { return _videoConnection; }
+    const std::shared_ptr<StreamManager>& streamManager() const { return streams; }
+    const std::shared_ptr<EchoCounter>& echoCounter() const { return echo; }
 
     // One tracking tick: the timer's work, also run once at start.
     void trackWindows();
@@ -72,6 +76,11 @@ private:
     asio::awaitable<ControlMessage> status(ControlMessage request);
     asio::awaitable<ControlMessage> listWindows(ControlMessage request);
     asio::awaitable<ControlMessage> windowAction(ControlMessage request);
+    // Streams (AgentServiceStreams.cpp).
+    asio::awaitable<ControlMessage> startStream(ControlMessage request);
+    asio::awaitable<ControlMessage> stopStream(ControlMessage request);
+    asio::awaitable<ControlMessage> updateStream(ControlMessage request);
+    asio::awaitable<ControlMessage> requestKeyframe(ControlMessage request);
 
     const AgentConfig _config;
     const PlatformServices platform;
@@ -85,6 +94,8 @@ private:
     WindowTracker tracking;
     WindowStreamHooks windowStreams;
     std::unique_ptr<RepeatingTimer> tracker;
+    const std::shared_ptr<EchoCounter> echo = std::make_shared<EchoCounter>();
+    const std::shared_ptr<StreamManager> streams;
 };
 
 }  // namespace tsl
