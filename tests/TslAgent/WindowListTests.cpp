@@ -3,6 +3,9 @@
 // queries, and the cache the input path reads.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 #include "Platform/Sim/Desktop.h"
 #include "TslAgent/WindowCache.h"
 #include "TslAgent/WindowList.h"
@@ -290,4 +293,37 @@ TEST(WindowCache, HoldsTheLastPictureForLookups) {
     EXPECT_EQ(locked.window(2), (WindowCache::Entry{{70, 80}, 10}));
     EXPECT_FALSE(locked.window(99));
     EXPECT_EQ(locked.stack()[1].frame, (Rect{50, 50, 100, 100}));  // the stack waits for the next picture
+}
+
+TEST(WindowCache, ReadersSeeWholePicturesWhileTheMainThreadReplacesThem) {
+    // Each picture has all its windows at one x, so a torn one shows two.
+    auto picture = [](double x) {
+        std::vector<GuestWindow> out;
+        for (uint32_t id = 1; id <= 20; ++id) {
+            GuestWindow w = window(id, 10, {x, double(id) * 10, 100, 100});
+            w.zIndex = id;
+            out.push_back(w);
+        }
+        return out;
+    };
+    WindowCache cache;
+    cache.replace(picture(0));
+    std::atomic<bool> done{false};
+    std::atomic<int> torn{0}, looks{0};
+    std::thread reader([&] {
+        while (!done) {
+            auto locked = cache.locked();
+            const double x = locked.window(1)->origin.x;
+            for (const auto& [id, entry] : locked.windows())
+                if (entry.origin.x != x) ++torn;
+            for (const auto& e : locked.stack())
+                if (e.frame.x != x) ++torn;
+            if (auto hit = locked.topmost({x + 1, 15}, 10); !hit || hit->id != 1) ++torn;
+            ++looks;
+        }
+    });
+    for (int i = 1; i <= 2000 || looks < 100; ++i) cache.replace(picture(double(i % 500)));
+    done = true;
+    reader.join();
+    EXPECT_EQ(torn.load(), 0);
 }

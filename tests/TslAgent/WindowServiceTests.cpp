@@ -22,7 +22,7 @@ namespace {
 // tracking timer is not started unless a test does it; ticks are stepped.
 struct WindowWorld {
     MainActor main;
-    std::shared_ptr<Sim::Desktop> desktop = Sim::Desktop::make();
+    std::shared_ptr<Sim::Desktop> desktop = Sim::Desktop::make(Sim::Desktop::Options{.manualCapture = true});
     PlatformServices platform = desktop->services();
     ExitRecorder exits;
     std::shared_ptr<AgentService> service = std::make_shared<AgentService>(
@@ -309,6 +309,32 @@ TEST(WindowService, EveryChannelHearsAndTheStreamSideIsToldWithOrWithoutHosts) {
     EXPECT_EQ(world.tick(1), (Events{{Kind::closed, w}}));
     world.main.runFor(std::chrono::seconds(5));
     EXPECT_EQ(told.back(), "closed " + std::to_string(w));
+}
+
+TEST(WindowService, StreamsFollowTheirWindowsThroughTracking) {
+    WindowWorld world;
+    world.attachControl();
+    auto& d = *world.desktop;
+    const int32_t app = d.addProcess({.name = "App"});
+    const uint32_t w = d.addWindow(app, {.frame = {100, 100, 640, 400}});
+    world.service->trackWindows();
+    world.request(ControlMessage::StartStream{StreamRequest{1, w, 30, 1.0, VideoCodec::rawBGRA}});
+    EXPECT_EQ(world.service->streamManager()->activeStreams(), (std::vector<uint32_t>{1}));
+    // The capture indicator the system lays over the window stays the agent's
+    // secret, and doesn't take the window's focus.
+    ASSERT_TRUE(d.captureIndicator(w));
+    d.activate(app);
+    auto listed = world.list();
+    ASSERT_EQ(listed.size(), 1u);
+    EXPECT_TRUE(listed[0].isFocused);
+    EXPECT_EQ(world.tick(), (Events{{Kind::focused, w}}));
+
+    d.setFrame(w, {100, 100, 800, 500});
+    EXPECT_EQ(world.tick(), (Events{{Kind::resized, w}}));
+    EXPECT_TRUE(world.main.runUntil([&] { return d.captureCounts().updates == 1; }, limit));
+    d.closeWindow(w);
+    EXPECT_EQ(world.tick(), (Events{{Kind::closed, w}}));
+    EXPECT_TRUE(world.main.runUntil([&] { return world.service->streamManager()->activeStreams().empty(); }, limit));
 }
 
 TEST(WindowService, TrackingRunsOnItsTimerFromTheStart) {
