@@ -38,6 +38,11 @@ bool entryExists(const fs::path& path) {
     return ::lstat(path.c_str(), &st) == 0;
 }
 
+bool isLink(int folder, const char* relative) {
+    struct stat st {};
+    return ::fstatat(folder, relative, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode);
+}
+
 // The entry at `item`, a resolved path below the resolved share root, opened
 // component by component from the root without following any link.
 UniqueFd openInShare(const std::string& root, const std::string& item, int flags) {
@@ -152,9 +157,13 @@ struct Installation {
             if (failure.errnum != ENOENT && failure.errnum != ENOTDIR) throw;
             throw InstallError::bundleIDMismatch(request.bundleID, std::nullopt);
         }
-        // Read through the descriptor: the folder checked is the folder copied.
-        const auto info = AppBundleInfo::read("/proc/self/fd/" + std::to_string(bundle.get()));
-        if (info.bundleID != request.bundleID) throw InstallError::bundleIDMismatch(request.bundleID, info.bundleID);
+        // Read through the descriptor: the folder checked is the folder
+        // copied. An Info.plist reached through a link could lie outside the
+        // share, so such a bundle counts as having none.
+        std::optional<std::string> found;
+        if (!isLink(bundle.get(), "Contents") && !isLink(bundle.get(), "Contents/Info.plist"))
+            found = AppBundleInfo::read("/proc/self/fd/" + std::to_string(bundle.get())).bundleID;
+        if (found != request.bundleID) throw InstallError::bundleIDMismatch(request.bundleID, found);
         return bundle;
     }
 

@@ -176,6 +176,13 @@ TEST(AppInstaller, SpecialFilesAndLinksNeverLeadOutOfTheShare) {
     r.sharedSupportPath = (s.stage / "Linked" / "Keys").string();
     EXPECT_EQ(s.refusal(r), "path is outside the shared folder: " + *r.sharedSupportPath);
     EXPECT_FALSE(entryExists(s.config.supportDir / "Keys"));
+
+    // An Info.plist that is a link isn't read: it could be any file.
+    const auto decoy = makeBundle(s.dir / "Outside", "Decoy", "com.example.decoy");
+    const auto linked = s.stage / "Linked.app";
+    fs::create_directories(linked / "Contents");
+    fs::create_symlink(decoy / "Contents" / "Info.plist", linked / "Contents" / "Info.plist");
+    EXPECT_EQ(s.refusal({linked.string(), "com.example.decoy"}), "bundle id mismatch: expected com.example.decoy, found none");
 }
 
 TEST(AppInstaller, AFolderSwappedForALinkDuringTheCopyIsNotFollowed) {
