@@ -115,6 +115,11 @@ TEST(AppInstaller, InstallsAndReinstallsKeepingTheGuestsData) {
     EXPECT_EQ(s.refusal({other.string(), "com.example.impostor"}),
               "bundle id mismatch: expected com.example.impostor, found com.example.editor");
     EXPECT_EQ(readFile(installed / "Contents" / "MacOS" / "Editor"), "v2");
+
+    // A hidden support folder is taken like any other.
+    writeFile(s.stage / ".Cache" / "c", "cache");
+    EXPECT_EQ(s.refusal({s.bundle.string(), "com.example.editor", std::nullopt, (s.stage / ".Cache").string()}), "installed");
+    EXPECT_EQ(readFile(s.config.supportDir / ".Cache" / "c"), "cache");
 }
 
 TEST(AppInstaller, RefusesPreferencesThatAreNoDictionary) {
