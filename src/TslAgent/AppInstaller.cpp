@@ -14,6 +14,7 @@
 #include "TslCore/Migration/ShareIO.h"
 #include "TslCore/Migration/TreeCopy.h"
 #include "TslCore/Scanner/AppBundleInfo.h"
+#include "TslCore/Support/AtomicFile.h"
 #include "TslCore/Support/Bytes.h"
 #include "TslCore/Support/FileTree.h"
 #include "TslCore/Support/PathNames.h"
@@ -107,16 +108,6 @@ std::string writeTemporary(std::string pattern, const Bytes& data) {
     return pattern;
 }
 
-// Writes `data` to `path` in one step for anybody reading it.
-void writeAtomically(const fs::path& path, const Bytes& data) {
-    const std::string temporary = writeTemporary(path.native() + ".tsl-XXXXXX", data);
-    if (::chmod(temporary.c_str(), 0644) != 0 || ::rename(temporary.c_str(), path.c_str()) != 0) {
-        const int err = errno;
-        ::unlink(temporary.c_str());
-        platformError("cannot write", path, err);
-    }
-}
-
 void makeFolders(const fs::path& folder) {
     if (const int err = FileTree::makeFolders(folder.native(), 0755); err != 0)
         platformError("cannot create folder", folder, err);
@@ -190,7 +181,8 @@ struct Installation {
             throw InstallError::badPreferences(url.filename().string() + " is not a dictionary property list");
         if (config().isSimulation) {
             makeFolders(config().prefsDir);
-            writeAtomically(config().prefsDir / (request.bundleID + ".plist"), data);
+            const fs::path target = config().prefsDir / (request.bundleID + ".plist");
+            writeFileAtomically(target.native(), std::string_view(reinterpret_cast<const char*>(data.data()), data.size()));
             return;
         }
         // The tool reads a private copy of the bytes checked here, not the
