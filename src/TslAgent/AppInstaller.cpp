@@ -14,6 +14,7 @@
 #include "TslCore/Migration/ShareIO.h"
 #include "TslCore/Migration/TreeCopy.h"
 #include "TslCore/Scanner/AppBundleInfo.h"
+#include "TslCore/Support/AtomicFile.h"
 #include "TslCore/Support/Bytes.h"
 #include "TslCore/Support/FileTree.h"
 #include "TslCore/Support/PathNames.h"
@@ -36,6 +37,11 @@ constexpr off_t largestPreferences = 64 << 20;
 bool entryExists(const fs::path& path) {
     struct stat st {};
     return ::lstat(path.c_str(), &st) == 0;
+}
+
+bool isLink(int folder, const char* relative) {
+    struct stat st {};
+    return ::fstatat(folder, relative, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode);
 }
 
 // The entry at `item`, a resolved path below the resolved share root, opened
@@ -102,16 +108,6 @@ std::string writeTemporary(std::string pattern, const Bytes& data) {
     return pattern;
 }
 
-// Writes `data` to `path` in one step for anybody reading it.
-void writeAtomically(const fs::path& path, const Bytes& data) {
-    const std::string temporary = writeTemporary(path.native() + ".tsl-XXXXXX", data);
-    if (::chmod(temporary.c_str(), 0644) != 0 || ::rename(temporary.c_str(), path.c_str()) != 0) {
-        const int err = errno;
-        ::unlink(temporary.c_str());
-        platformError("cannot write", path, err);
-    }
-}
-
 void makeFolders(const fs::path& folder) {
     if (const int err = FileTree::makeFolders(folder.native(), 0755); err != 0)
         platformError("cannot create folder", folder, err);
@@ -152,9 +148,13 @@ struct Installation {
             if (failure.errnum != ENOENT && failure.errnum != ENOTDIR) throw;
             throw InstallError::bundleIDMismatch(request.bundleID, std::nullopt);
         }
-        // Read through the descriptor: the folder checked is the folder copied.
-        const auto info = AppBundleInfo::read("/proc/self/fd/" + std::to_string(bundle.get()));
-        if (info.bundleID != request.bundleID) throw InstallError::bundleIDMismatch(request.bundleID, info.bundleID);
+        // Read through the descriptor: the folder checked is the folder
+        // copied. An Info.plist reached through a link could lie outside the
+        // share, so such a bundle counts as having none.
+        std::optional<std::string> found;
+        if (!isLink(bundle.get(), "Contents") && !isLink(bundle.get(), "Contents/Info.plist"))
+            found = AppBundleInfo::read("/proc/self/fd/" + std::to_string(bundle.get())).bundleID;
+        if (found != request.bundleID) throw InstallError::bundleIDMismatch(request.bundleID, found);
         return bundle;
     }
 
@@ -181,7 +181,8 @@ struct Installation {
             throw InstallError::badPreferences(url.filename().string() + " is not a dictionary property list");
         if (config().isSimulation) {
             makeFolders(config().prefsDir);
-            writeAtomically(config().prefsDir / (request.bundleID + ".plist"), data);
+            const fs::path target = config().prefsDir / (request.bundleID + ".plist");
+            writeFileAtomically(target.native(), std::string_view(reinterpret_cast<const char*>(data.data()), data.size()));
             return;
         }
         // The tool reads a private copy of the bytes checked here, not the

@@ -27,8 +27,7 @@ struct AppsWorld {
     std::unique_ptr<HostEnd> host;
 
     explicit AppsWorld(bool guestRun = false) {
-        config.isSimulation = !guestRun;
-        config.openRoots = {config.sharedDir};
+        config.isSimulation = !guestRun;  // no open roots: the share is the one
         fs::create_directories(config.sharedDir);
         Sim::placeSampleApps(config.appsDir);
         service = std::make_shared<AgentService>(config, desktop->services(), exits.function());
@@ -74,6 +73,10 @@ TEST(AgentServiceApps, ListLaunchAndQuitThroughTheChannel) {
     apps = w.apps();
     EXPECT_EQ(apps[0].pid, byPath.pid);
     EXPECT_EQ(apps[1].pid, byID.pid);
+
+    writeFile(w.config.sharedDir / "notes.txt", "n");
+    w.request(ControlMessage::LaunchApp{{.bundleID = "com.tessel.scratchpad", .openFiles = {(w.config.sharedDir / "notes.txt").string()}}});
+    EXPECT_EQ(w.desktop->process(byPath.pid)->openedDocuments.size(), 1u);
 
     EXPECT_EQ(w.request(ControlMessage::QuitApp{byID.pid}), ControlMessage(ControlMessage::Ok{}));
     EXPECT_FALSE(w.desktop->process(byID.pid));

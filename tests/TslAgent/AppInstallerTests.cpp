@@ -115,6 +115,11 @@ TEST(AppInstaller, InstallsAndReinstallsKeepingTheGuestsData) {
     EXPECT_EQ(s.refusal({other.string(), "com.example.impostor"}),
               "bundle id mismatch: expected com.example.impostor, found com.example.editor");
     EXPECT_EQ(readFile(installed / "Contents" / "MacOS" / "Editor"), "v2");
+
+    // A hidden support folder is taken like any other.
+    writeFile(s.stage / ".Cache" / "c", "cache");
+    EXPECT_EQ(s.refusal({s.bundle.string(), "com.example.editor", std::nullopt, (s.stage / ".Cache").string()}), "installed");
+    EXPECT_EQ(readFile(s.config.supportDir / ".Cache" / "c"), "cache");
 }
 
 TEST(AppInstaller, RefusesPreferencesThatAreNoDictionary) {
@@ -176,6 +181,13 @@ TEST(AppInstaller, SpecialFilesAndLinksNeverLeadOutOfTheShare) {
     r.sharedSupportPath = (s.stage / "Linked" / "Keys").string();
     EXPECT_EQ(s.refusal(r), "path is outside the shared folder: " + *r.sharedSupportPath);
     EXPECT_FALSE(entryExists(s.config.supportDir / "Keys"));
+
+    // An Info.plist that is a link isn't read: it could be any file.
+    const auto decoy = makeBundle(s.dir / "Outside", "Decoy", "com.example.decoy");
+    const auto linked = s.stage / "Linked.app";
+    fs::create_directories(linked / "Contents");
+    fs::create_symlink(decoy / "Contents" / "Info.plist", linked / "Contents" / "Info.plist");
+    EXPECT_EQ(s.refusal({linked.string(), "com.example.decoy"}), "bundle id mismatch: expected com.example.decoy, found none");
 }
 
 TEST(AppInstaller, AFolderSwappedForALinkDuringTheCopyIsNotFollowed) {
