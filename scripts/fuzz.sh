@@ -13,8 +13,12 @@ which=${1:-all}
 seconds=${2:-60}
 cd "$here"
 
-cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz >/dev/null
+mkdir -p build/fuzz/logs
+if ! { cmake --preset fuzz && cmake --build --preset fuzz; } >build/fuzz/logs/build.log 2>&1; then
+  tail -40 build/fuzz/logs/build.log >&2
+  echo "fuzz build failed (build/fuzz/logs/build.log)" >&2
+  exit 1
+fi
 bin=build/fuzz/fuzz
 
 targets=()
