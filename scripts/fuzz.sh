@@ -20,6 +20,8 @@ if ! { cmake --preset fuzz && cmake --build --preset fuzz; } >build/fuzz/logs/bu
   exit 1
 fi
 bin=build/fuzz/fuzz
+# Targets that read files work in a scratch folder; memory-backed is faster.
+[ -w /dev/shm ] && export TMPDIR=/dev/shm
 
 targets=()
 if [ "$which" = all ]; then
