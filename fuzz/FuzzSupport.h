@@ -19,8 +19,8 @@ inline void require(bool ok, const char* what) {
     if (!ok) finding(what);
 }
 
-// One private folder per process, made on first use; targets that need files
-// work only inside it and empty it after each input.
+// One private folder per process, made on first use and removed at exit;
+// targets that need files work only inside it.
 inline const std::filesystem::path& scratchDir() {
     static const std::filesystem::path dir = [] {
         std::string tmpl = (std::filesystem::temp_directory_path() / "tsl-fuzz-XXXXXX").string();
@@ -35,14 +35,9 @@ inline const std::filesystem::path& scratchDir() {
     return dir;
 }
 
-inline void clearScratch() {
-    std::error_code ec;
-    for (auto& entry : std::filesystem::directory_iterator(scratchDir(), ec))
-        std::filesystem::remove_all(entry.path(), ec);
-}
-
 inline void writeFile(const std::filesystem::path& path, const uint8_t* data, size_t size) {
-    std::filesystem::create_directories(path.parent_path());
+    std::error_code ec;
+    if (!std::filesystem::is_directory(path.parent_path(), ec)) std::filesystem::create_directories(path.parent_path());
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char*>(data), std::streamsize(size));
 }

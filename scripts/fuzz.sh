@@ -13,9 +13,15 @@ which=${1:-all}
 seconds=${2:-60}
 cd "$here"
 
-cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz >/dev/null
+mkdir -p build/fuzz/logs
+if ! { cmake --preset fuzz && cmake --build --preset fuzz; } >build/fuzz/logs/build.log 2>&1; then
+  tail -40 build/fuzz/logs/build.log >&2
+  echo "fuzz build failed (build/fuzz/logs/build.log)" >&2
+  exit 1
+fi
 bin=build/fuzz/fuzz
+# Targets that read files work in a scratch folder; memory-backed is faster.
+[ -w /dev/shm ] && export TMPDIR=/dev/shm
 
 targets=()
 if [ "$which" = all ]; then

@@ -13,7 +13,7 @@ packages=(
   libspdlog-dev libfmt-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   libsdl2-dev xvfb libcli11-dev
-  clang-14 lld-14 llvm-14 python3
+  clang-14 lld-14 llvm-14 libclang-rt-14-dev python3
 )
 
 missing=()

@@ -102,8 +102,7 @@ public:
         });
     }
     ~FakeHost() {
-        listener.close();
-        thread.join();
+        stopListening();
         // The ends' readers call back into this object: end them first.
         std::vector<std::shared_ptr<HostEnd>> closing;
         {
@@ -111,6 +110,11 @@ public:
             closing.swap(ends);
         }
         closing.clear();
+    }
+    // Takes no more connections (the socket's path goes); the ones made stay.
+    void stopListening() {
+        listener.close();
+        if (thread.joinable()) thread.join();
     }
     std::shared_ptr<HostEnd> end(size_t i) {
         std::lock_guard g(m);

@@ -21,7 +21,9 @@ namespace tsl::test {
 // at the end of scope if still running.
 class ChildProcess {
 public:
-    explicit ChildProcess(const std::string& program, const std::vector<std::string>& args) {
+    // `environment` adds NAME=value entries to this process's own.
+    explicit ChildProcess(const std::string& program, const std::vector<std::string>& args,
+                          const std::vector<std::string>& environment = {}) {
         int out[2], err[2];
         if (::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
         posix_spawn_file_actions_t actions;
@@ -31,7 +33,11 @@ public:
         std::vector<char*> argv{const_cast<char*>(program.c_str())};
         for (auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
         argv.push_back(nullptr);
-        int rc = ::posix_spawn(&_pid, program.c_str(), &actions, nullptr, argv.data(), environ);
+        std::vector<char*> envp;
+        for (char** e = environ; *e; ++e) envp.push_back(*e);
+        for (auto& e : environment) envp.push_back(const_cast<char*>(e.c_str()));
+        envp.push_back(nullptr);
+        int rc = ::posix_spawn(&_pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
         posix_spawn_file_actions_destroy(&actions);
         ::close(out[1]);
         ::close(err[1]);
@@ -69,6 +75,10 @@ public:
     bool waitForError(const std::string& text, std::chrono::milliseconds limit = std::chrono::seconds(20)) {
         return waitFor(_err, _stderr, text, limit);
     }
+
+    // Takes in what the child has written so far without waiting, so that a
+    // chatty child never blocks on a full pipe.
+    void collectOutput() { drain(); }
 
     void signal(int sig) { ::kill(_pid, sig); }
     pid_t pid() const { return _pid; }

@@ -173,3 +173,25 @@ TEST(AgentRunner, AHostThatNeverAnswersCostsOneHandshakeFailure) {
     EXPECT_TRUE(host.end(0)->closed.waitFor(1));
     EXPECT_EQ(host.channelNames(), std::vector<std::string>{"channel:control"});
 }
+
+TEST(AgentRunner, DiallingAgentRedialsEachTimeItsHostComesBack) {
+    Agent agent(false, false);  // stays up like a guest run
+    auto host = std::make_unique<FakeHost>(agent.socket);
+    agent.runner->run();
+    for (int cycle = 1; cycle <= 100; ++cycle) {
+        ASSERT_TRUE(agent.runUntil([&] { return host->hellos.value() == 3; })) << "cycle " << cycle;
+        if (cycle % 10 == 0) {
+            // Gone for a while: the agent meets no listener and backs off first.
+            host.reset();
+            host = std::make_unique<FakeHost>(agent.socket);
+        } else {
+            // Restarted in place: the next host listens before the old one's connections drop.
+            host->stopListening();
+            auto next = std::make_unique<FakeHost>(agent.socket);
+            host = std::move(next);
+        }
+    }
+    ASSERT_TRUE(agent.runUntil([&] { return host->hellos.value() == 3; }));
+    ASSERT_TRUE(agent.runUntil([&] { return agent.service->attached().size() == 3; }));
+    EXPECT_EQ(agent.exits.status.load(), -1);
+}

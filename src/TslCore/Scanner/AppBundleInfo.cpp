@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "TslCore/Scanner/MachO.h"
+#include "TslCore/Scanner/PlistDepth.h"
 #include "TslCore/Support/Bytes.h"
 #include "TslCore/Support/PathNames.h"
 #include "TslCore/Support/Utf8.h"
@@ -46,7 +47,7 @@ std::optional<Bytes> readSmallFile(const std::string& path) {
 PlistPtr readInfoPlist(const std::string& bundle) {
     PlistPtr root(nullptr, &plist_free);
     const auto data = readSmallFile(PathNames::appending(bundle, "Contents/Info.plist"));
-    if (!data || data->empty()) return root;
+    if (!data || data->empty() || !PlistDepth::within(*data)) return root;
     plist_t parsed = nullptr;
     plist_from_memory(reinterpret_cast<const char*>(data->data()), static_cast<uint32_t>(data->size()), &parsed);
     root.reset(parsed);

@@ -57,6 +57,9 @@ std::optional<Bytes> decode(std::string_view text) {
             }
             v = v << 6 | d;
         }
+        // The bits below the last byte must be zero, or two texts would
+        // decode to the same bytes.
+        if ((digits == 2 && (v & 0xFFFF) != 0) || (digits == 3 && (v & 0xFF) != 0)) return std::nullopt;
         out.push_back(uint8_t(v >> 16));
         if (digits > 2) out.push_back(uint8_t(v >> 8));
         if (digits > 3) out.push_back(uint8_t(v));

@@ -44,7 +44,12 @@ std::optional<system_clock::time_point> parse(std::string_view text) {
     if (at + 1 != text.size() || text[at] != 'Z') return std::nullopt;
     const year_month_day date{year{y}, month{static_cast<unsigned>(mo)}, day{static_cast<unsigned>(d)}};
     if (!date.ok() || h > 23 || mi > 59 || s > 60) return std::nullopt;
-    return sys_days{date} + hours{h} + minutes{mi} + seconds{s};
+    // The clock counts nanoseconds in 64 bits (about 1678 to 2261); a date
+    // outside that is refused rather than wrapped.
+    const sys_seconds when = sys_days{date} + hours{h} + minutes{mi} + seconds{s};
+    if (when < ceil<seconds>(system_clock::time_point::min()) || when > floor<seconds>(system_clock::time_point::max()))
+        return std::nullopt;
+    return time_point_cast<system_clock::duration>(when);
 }
 
 }  // namespace tsl::ISO8601

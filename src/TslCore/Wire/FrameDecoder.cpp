@@ -8,6 +8,8 @@
 namespace tsl {
 namespace {
 constexpr uint32_t directThreshold = 1u << 20;
+// The picture's storage is at most this many times the bytes received.
+constexpr size_t pictureGrowth = 4;
 }
 
 std::vector<WireMessage> FrameDecoder::feed(std::span<const uint8_t> bytes) {
@@ -76,7 +78,6 @@ void FrameDecoder::beginDirect() {
     directHead.clear();
     directHead.reserve(VideoFrameHeader::size);
     directPicture = Bytes();
-    directPicture.reserve(pendingHeader->length - VideoFrameHeader::size);
 }
 
 size_t FrameDecoder::directNeed() const {
@@ -88,6 +89,11 @@ std::span<const uint8_t> FrameDecoder::absorbDirect(std::span<const uint8_t> in)
     directHead.insert(directHead.end(), in.begin(), in.begin() + std::ptrdiff_t(toHead));
     in = in.subspan(toHead);
     size_t toPicture = std::min(in.size(), directNeed());
+    size_t received = directPicture.size() + toPicture;
+    if (received > directPicture.capacity()) {
+        size_t total = pendingHeader->length - VideoFrameHeader::size;
+        directPicture.reserve(std::min(total, received * pictureGrowth));
+    }
     directPicture.insert(directPicture.end(), in.begin(), in.begin() + std::ptrdiff_t(toPicture));
     return in.subspan(toPicture);
 }

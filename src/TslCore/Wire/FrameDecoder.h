@@ -24,13 +24,17 @@ public:
 
     // Bytes held that no message has been made of yet.
     size_t bufferedCount() const { return buffer.size() - start + directHead.size() + directPicture.size(); }
+    // Bytes of storage held, used or not: what a connection costs in memory.
+    size_t reservedCount() const { return buffer.capacity() + directHead.capacity() + directPicture.capacity(); }
     bool isPoisoned() const { return poisoned; }
 
 private:
     std::optional<WireMessage> next();
     void compact();
     // Large video payloads skip the buffer: their bytes go straight from the
-    // input into the picture handed to the caller, so they are copied once.
+    // input into the picture handed to the caller. The picture's storage grows
+    // with the bytes that arrive, never to more than a few times them, so a
+    // header that claims a large payload and sends nothing costs nothing.
     void beginDirect();
     std::span<const uint8_t> absorbDirect(std::span<const uint8_t> in);
     size_t directNeed() const;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "Support/DataFiles.h"
 #include "TslCore/Wire/ByteIO.h"
 #include "TslCore/Wire/FrameDecoder.h"
 #include "TslCore/Wire/WireMessage.h"
@@ -207,4 +208,46 @@ TEST(FrameDecoder, BadControlJSONNamesTheUnderlyingError) {
     auto err = wireErrorOf([&] { d.feed(frame); });
     EXPECT_EQ(err.kind(), WireError::Kind::malformedPayload);
     EXPECT_EQ(err.text().rfind("control JSON: ", 0), 0u) << err.text();
+}
+
+TEST(FrameDecoder, ALargeVideoHeaderCostsOnlyWhatArrives) {
+    // A bare header claiming a 96 MiB picture, then nothing.
+    std::string header = tsl::test::dataFile("TslCore", "video-header-96MiB.bin");
+    ASSERT_EQ(header.size(), 16u);
+    FrameDecoder d;
+    EXPECT_TRUE(d.feed(std::span(reinterpret_cast<const uint8_t*>(header.data()), header.size())).empty());
+    EXPECT_LT(d.reservedCount(), size_t(64) << 10);
+
+    // Storage follows the bytes: a few times what came, never the claim.
+    VideoFrameHeader vh;
+    vh.codec = VideoCodec::h264;
+    vh.width = vh.height = 16;
+    ByteWriter w;
+    vh.encode(w);
+    d.feed(w.data);
+    Bytes piece(1 << 20, 0x5A);
+    for (int i = 0; i < 3; ++i) d.feed(piece);
+    EXPECT_EQ(d.bufferedCount(), 48u + 3 * piece.size());
+    EXPECT_LE(d.reservedCount(), 4 * d.bufferedCount() + (size_t(64) << 10));
+    EXPECT_FALSE(d.isPoisoned());
+}
+
+TEST(FrameDecoder, ALargeVideoFrameArrivingSlowlyDecodesWhole) {
+    VideoFrameHeader vh;
+    vh.codec = VideoCodec::h264;
+    vh.width = vh.height = 16;
+    Bytes picture(3 << 20);
+    for (size_t i = 0; i < picture.size(); ++i) picture[i] = uint8_t(i * 7 + i / 4096);
+    WireMessage sent = WireMessage::video(vh, picture);
+    Bytes frame = sent.encoded(9);
+    FrameDecoder d;
+    std::vector<WireMessage> got;
+    // Growing reads: the picture's storage is enlarged several times over.
+    for (size_t at = 0, n = 100; at < frame.size(); at += n, n = n * 3 / 2 + 1) {
+        size_t take = std::min(n, frame.size() - at);
+        for (auto& m : d.feed(std::span(frame.data() + at, take))) got.push_back(std::move(m));
+    }
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_EQ(got[0], sent);
+    EXPECT_EQ(d.bufferedCount(), 0u);
 }

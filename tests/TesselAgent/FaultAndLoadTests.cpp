@@ -1,0 +1,240 @@
+// The agent executable under load and hostile hosts, over loopback: many short
+// connections, silent connections against the hello limit, and malformed
+// frames, while a well-behaved host keeps being served.
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <fstream>
+
+#include "Support/AgentTestSupport.h"
+#include "Support/ChildProcess.h"
+#include "Support/TempDir.h"
+#include "TslCore/Wire/FrameDecoder.h"
+#include "TslCore/Wire/WireJSON.h"
+
+using namespace tsl;
+using namespace tsl::test;
+
+namespace {
+
+// A host speaking the wire format by hand over a blocking socket, so that it
+// can send what no real host would.
+class RawHost {
+public:
+    explicit RawHost(const std::string& socket) : fd(connectSocket(SocketEndpoint::unix(socket))) {}
+    ~RawHost() { ::close(fd); }
+    RawHost(const RawHost&) = delete;
+    RawHost& operator=(const RawHost&) = delete;
+
+    // False once the agent has closed its end.
+    bool send(const Bytes& bytes) {
+        for (size_t at = 0; at < bytes.size();) {
+            ssize_t n = ::send(fd, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
+            if (n < 0 && errno == EINTR) continue;
+            if (n <= 0) return false;
+            at += size_t(n);
+        }
+        return true;
+    }
+    bool send(ControlMessage message) {
+        ControlEnvelope envelope{++lastID, std::nullopt, std::move(message)};
+        return send(WireMessage::control(std::move(envelope)).encoded(lastID));
+    }
+
+    // The next message, or nothing when the connection ends or the limit passes.
+    std::optional<WireMessage> receive() {
+        auto deadline = std::chrono::steady_clock::now() + limit;
+        while (pending.empty()) {
+            if (!readSome(deadline)) return std::nullopt;
+        }
+        WireMessage m = std::move(pending.front());
+        pending.erase(pending.begin());
+        return m;
+    }
+    // The reply to a request, control messages only.
+    std::optional<ControlMessage> request(ControlMessage message) {
+        if (!send(std::move(message))) return std::nullopt;
+        auto reply = receive();
+        if (!reply || !reply->get<ControlEnvelope>()) return std::nullopt;
+        return reply->get<ControlEnvelope>()->message;
+    }
+    // Whether the agent closes the connection before the limit (what it
+    // sends first is read and dropped).
+    bool closedByAgent() {
+        auto deadline = std::chrono::steady_clock::now() + limit;
+        while (!ended) {
+            if (!readSome(deadline) && !ended) return false;
+        }
+        return true;
+    }
+
+private:
+    bool readSome(std::chrono::steady_clock::time_point deadline) {
+        if (ended) return false;
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        pollfd p{fd, POLLIN, 0};
+        if (left.count() <= 0 || ::poll(&p, 1, int(left.count())) <= 0) return false;
+        uint8_t buffer[65536];
+        ssize_t n = ::read(fd, buffer, sizeof buffer);
+        if (n <= 0) {
+            ended = true;
+            return false;
+        }
+        for (auto& m : decoder.feed(std::span<const uint8_t>(buffer, size_t(n)))) pending.push_back(std::move(m));
+        return true;
+    }
+
+    int fd;
+    uint32_t lastID = 0;
+    FrameDecoder decoder;
+    std::vector<WireMessage> pending;
+    bool ended = false;
+};
+
+// The agent's resident set and thread count, from /proc.
+struct ProcessFigures {
+    size_t residentKiB = 0;
+    size_t threads = 0;
+};
+
+ProcessFigures figuresOf(pid_t pid) {
+    ProcessFigures f;
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("VmRSS:")) f.residentKiB = std::stoul(line.substr(6));
+        if (line.starts_with("Threads:")) f.threads = std::stoul(line.substr(8));
+    }
+    return f;
+}
+
+// A listening simulation run of the executable.
+struct ListeningAgent {
+    TempDir root = TempDir::forSimulation();
+    std::string socket = (root / "agent.sock").string();
+    // ASan holds freed memory back for a while; that would read as growth.
+    ChildProcess process{TSL_AGENT_EXE,
+                         {"--listen", "unix:" + socket, "--sim-root", root.path().string()},
+                         {"ASAN_OPTIONS=" + std::string(std::getenv("ASAN_OPTIONS") ? std::getenv("ASAN_OPTIONS") : "") +
+                          ":quarantine_size_mb=0"}};
+
+    ListeningAgent() {
+        EXPECT_TRUE(process.waitForOutput("TesselAgent listening on unix:" + socket + "\n")) << process.standardError();
+    }
+    std::unique_ptr<RawHost> helloedHost() {
+        auto host = std::make_unique<RawHost>(socket);
+        auto reply = host->request(ControlMessage::Hello{hostHello()});
+        EXPECT_TRUE(reply && reply->kind() == ControlMessage::Kind::hello);
+        return host;
+    }
+    bool isServing(RawHost& host) {
+        auto reply = host.request(ControlMessage::Status{});
+        process.collectOutput();
+        return reply && reply->kind() == ControlMessage::Kind::status;
+    }
+    // Waits until the agent's threads are back to `count` (a connection's
+    // reader ends after it has let go of the connection).
+    bool settlesTo(size_t threads) {
+        auto deadline = std::chrono::steady_clock::now() + limit;
+        while (figuresOf(process.pid()).threads > threads) {
+            if (std::chrono::steady_clock::now() > deadline) return false;
+            process.collectOutput();
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return true;
+    }
+};
+
+Bytes frame(uint8_t type, const Bytes& payload, uint32_t length, uint32_t magic = WireHeader::magic,
+            uint8_t version = 1) {
+    Bytes b;
+    for (int i = 0; i < 4; ++i) b.push_back(uint8_t(magic >> (8 * i)));
+    b.push_back(version);
+    b.push_back(type);
+    b.push_back(0);
+    b.push_back(0);
+    for (int i = 0; i < 4; ++i) b.push_back(uint8_t(length >> (8 * i)));
+    for (int i = 0; i < 4; ++i) b.push_back(0);
+    b.insert(b.end(), payload.begin(), payload.end());
+    return b;
+}
+Bytes frame(uint8_t type, const std::string& payload) {
+    return frame(type, Bytes(payload.begin(), payload.end()), uint32_t(payload.size()));
+}
+
+}  // namespace
+
+TEST(TesselAgentLoad, ThousandHelloCyclesLeaveMemoryFlat) {
+    ListeningAgent agent;
+    auto cycle = [&] {
+        RawHost host(agent.socket);
+        auto reply = host.request(ControlMessage::Hello{hostHello()});
+        agent.process.collectOutput();
+        return reply && reply->kind() == ControlMessage::Kind::hello;
+    };
+    // Warm up: allocator pools, lazily made threads and caches fill first.
+    for (int i = 0; i < 100; ++i) ASSERT_TRUE(cycle()) << "warm-up " << i;
+    size_t threads = figuresOf(agent.process.pid()).threads - 1;  // less the last reader
+    ASSERT_TRUE(agent.settlesTo(threads));
+    ProcessFigures before = figuresOf(agent.process.pid());
+    for (int i = 0; i < 1000; ++i) ASSERT_TRUE(cycle()) << "cycle " << i;
+    ASSERT_TRUE(agent.settlesTo(threads));
+    ProcessFigures after = figuresOf(agent.process.pid());
+    // A leak of even 8 KiB a connection would show as 8 MB.
+    EXPECT_LT(after.residentKiB, before.residentKiB + 6 * 1024)
+        << "resident " << before.residentKiB << " KiB before, " << after.residentKiB << " KiB after";
+}
+
+TEST(TesselAgentLoad, SilentConnectionsAreClosedWhileAPoliteHostIsServed) {
+    ListeningAgent agent;
+    auto polite = agent.helloedHost();
+    std::vector<std::unique_ptr<RawHost>> silent;
+    for (int i = 0; i < 200; ++i) {
+        silent.push_back(std::make_unique<RawHost>(agent.socket));
+        if (i % 20 == 0) {
+            EXPECT_TRUE(agent.isServing(*polite)) << "after " << i << " silent connections";
+        }
+    }
+    // The polite host is answered throughout, while the gate runs out for the others.
+    for (auto& s : silent) {
+        EXPECT_TRUE(agent.isServing(*polite));
+        EXPECT_TRUE(s->closedByAgent());
+    }
+    EXPECT_TRUE(agent.isServing(*polite));
+    EXPECT_FALSE(agent.process.wait(std::chrono::milliseconds(0)));
+}
+
+TEST(TesselAgentFaults, AMalformedFrameClosesOnlyItsOwnConnection) {
+    struct Case {
+        const char* name;
+        Bytes bytes;
+    };
+    Bytes inputOf39(39, 0);
+    inputOf39[0] = 1;
+    std::vector<Case> cases{
+        {"bad magic", frame(4, Bytes(8), 8, 0x58585858)},
+        {"version 2", frame(4, Bytes(8), 8, WireHeader::magic, 2)},
+        {"unknown type", frame(9, Bytes(8), 8)},
+        {"control over its limit", frame(1, Bytes(), (4u << 20) + 1)},
+        {"input of 39 bytes", frame(3, inputOf39, 39)},
+        {"ping of 4 bytes", frame(4, Bytes(4), 4)},
+        {"control that is not JSON", frame(1, "{\"id\":")},
+        {"control that is not an envelope", frame(1, "{\"id\":1,\"message\":{\"noSuchCase\":{}}}")},
+        {"control nested too deep", frame(1, std::string(100000, '[') + std::string(100000, ']'))},
+        {"video with an unknown codec", frame(2, Bytes(48, 7), 48)},
+        {"garbage", Bytes(64, 0xFF)},
+    };
+    ListeningAgent agent;
+    auto polite = agent.helloedHost();
+    for (bool afterHello : {false, true}) {
+        for (auto& c : cases) {
+            SCOPED_TRACE(std::string(c.name) + (afterHello ? " after a hello" : " before a hello"));
+            std::unique_ptr<RawHost> hostile =
+                afterHello ? agent.helloedHost() : std::make_unique<RawHost>(agent.socket);
+            hostile->send(c.bytes);
+            EXPECT_TRUE(hostile->closedByAgent());
+            EXPECT_TRUE(agent.isServing(*polite));
+        }
+    }
+    EXPECT_FALSE(agent.process.wait(std::chrono::milliseconds(0)));
+}
