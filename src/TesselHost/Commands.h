@@ -10,5 +10,9 @@ class App;
 namespace tsl::host {
 
 void addScanCommand(CLI::App& app, int& exitCode);
+void addCompatCommand(CLI::App& app, int& exitCode);
+void addFeedCommand(CLI::App& app, int& exitCode);
+void addShareCommand(CLI::App& app, int& exitCode);
+void addMigrateCommand(CLI::App& app, int& exitCode);
 
 }  // namespace tsl::host
