@@ -30,7 +30,7 @@ bool AgentAcceptor::hasLiveLink() const { return link && link->isLive(); }
 
 void AgentAcceptor::accept(int fd, const std::string& label, std::optional<Channel> expected) {
     auto connection = std::make_shared<WireConnection>(fd, label);
-    connection->setPayloadLimit(handshakePayloadLimit);
+    connection->setPayloadLimit(AgentHandshake::payloadLimit);
     auto channel = std::make_shared<ControlChannel>(connection);
     {
         std::unique_lock guard(lock);
@@ -77,20 +77,10 @@ void AgentAcceptor::forget(const ControlChannel* channel) {
     handshaking.erase(it);
 }
 
-std::optional<std::string> AgentAcceptor::refusal(const ControlMessage& first, std::optional<Channel> expected) {
-    auto hello = first.get<ControlMessage::Hello>();
-    if (!hello || hello->value.role != Hello::Role::agent ||
-        hello->value.protocolVersion != Hello::currentProtocolVersion)
-        return "expected agent hello v" + std::to_string(WireHeader::currentVersion);
-    if (expected && channelsOf(hello->value) != std::set<Channel>{*expected})
-        return "channel does not match port (" + std::string(rawValue(*expected)) + ")";
-    return std::nullopt;
-}
-
 void AgentAcceptor::firstMessage(const std::shared_ptr<ControlChannel>& channel, const ControlEnvelope& envelope,
                                  std::optional<Channel> expected) {
     forget(channel.get());
-    if (auto reason = refusal(envelope.message, expected)) {
+    if (auto reason = AgentHandshake::refusal(envelope.message, expected)) {
         refuse(channel, envelope, *reason);
         return;
     }

@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 
+#include "TslStream/Agent/AgentHandshake.h"
 #include "TslStream/Agent/AgentLink.h"
 #include "TslStream/Runtime/Resumption.h"
 #include "TslStream/Support/Logger.h"
@@ -28,8 +29,6 @@ class AgentAcceptor : public std::enable_shared_from_this<AgentAcceptor> {
 public:
     static constexpr double handshakeTimeout = 5.0;
     static constexpr size_t maxPending = 8;
-    // No frame above this passes before a hello has.
-    static constexpr uint32_t handshakePayloadLimit = 0x10000;
 
     // `handshakeLimit` is for tests that cross the time-out.
     explicit AgentAcceptor(Hello hostHello, double handshakeLimit = handshakeTimeout);
@@ -43,10 +42,6 @@ public:
 
     // The present link, live or not.
     std::shared_ptr<AgentLink> currentLink() const;
-
-    // Why a first message is refused, or nothing when it registers. Decoding
-    // only; shared with the fuzz target.
-    static std::optional<std::string> refusal(const ControlMessage& first, std::optional<Channel> expected);
 
 private:
     using Waiter = Resumption<std::shared_ptr<AgentLink>>;

@@ -1,6 +1,6 @@
 #include "TslStream/Agent/BackendError.h"
 
-#include "TslCore/Support/Localization.h"
+#include "TslCore/Support/Localized.h"
 
 namespace tsl {
 
@@ -8,9 +8,7 @@ BackendError::BackendError(Kind kind, std::string payload, std::string descripti
     : Error(std::move(description)), _kind(kind), _payload(std::move(payload)) {}
 
 BackendError BackendError::agentMissing(std::string path) {
-    std::string text = L("Tessel’s agent is missing (%@). Download Tessel again from %@.");
-    for (const std::string& value : {path, std::string(webDomain)})
-        if (auto at = text.find("%@"); at != std::string::npos) text.replace(at, 2, value);
+    std::string text = L("Tessel’s agent is missing (%@). Download Tessel again from %@.", {path, webDomain});
     return {Kind::agentMissing, std::move(path), std::move(text)};
 }
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "TslStream/Agent/SharedFolderStandIn.h"
+#include "TslCore/Model/SharedFolders.h"
 #include "TslStream/Agent/AgentLink.h"
 
 namespace tsl {

@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "TslCore/Migration/SafePaths.h"
-#include "TslCore/Support/Localization.h"
+#include "TslCore/Support/Localized.h"
 #include "TslCore/Support/TesselVersion.h"
 #include "TslStream/Runtime/Timers.h"
 
