@@ -10,5 +10,6 @@ class App;
 namespace tsl::host {
 
 void addScanCommand(CLI::App& app, int& exitCode);
+void addDiagCommand(CLI::App& app, int& exitCode);
 
 }  // namespace tsl::host
