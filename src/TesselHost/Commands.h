@@ -11,5 +11,9 @@ namespace tsl::host {
 
 void addScanCommand(CLI::App& app, int& exitCode);
 void addDiagCommand(CLI::App& app, int& exitCode);
+void addCompatCommand(CLI::App& app, int& exitCode);
+void addFeedCommand(CLI::App& app, int& exitCode);
+void addShareCommand(CLI::App& app, int& exitCode);
+void addMigrateCommand(CLI::App& app, int& exitCode);
 
 }  // namespace tsl::host

@@ -14,6 +14,15 @@ int main(int argc, char** argv) {
     int exitCode = 0;
     tsl::host::addScanCommand(app, exitCode);
     tsl::host::addDiagCommand(app, exitCode);
-    CLI11_PARSE(app, argc, argv);
+    tsl::host::addCompatCommand(app, exitCode);
+    tsl::host::addFeedCommand(app, exitCode);
+    tsl::host::addShareCommand(app, exitCode);
+    tsl::host::addMigrateCommand(app, exitCode);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        // Help and version are successes; every other parse error is a usage error.
+        return app.exit(e) == 0 ? 0 : 2;
+    }
     return exitCode;
 }

@@ -1,17 +1,16 @@
 #include "TslCore/Scanner/AppScanner.h"
 
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unicode/coll.h>
 #include <unicode/locid.h>
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <memory>
 #include <unordered_set>
 
 #include "TslCore/Support/FileTree.h"
+#include "TslCore/Support/HomeDirectory.h"
 #include "TslCore/Support/PathNames.h"
 
 namespace tsl {
@@ -31,12 +30,6 @@ bool isPackage(const std::string& name) {
     const std::string extension = PathNames::extension(name);
     return !extension.empty() &&
            std::find(packageExtensions.begin(), packageExtensions.end(), extension) != packageExtensions.end();
-}
-
-std::string homeDirectory() {
-    if (const char* home = std::getenv("HOME"); home && *home) return home;
-    if (const passwd* pw = ::getpwuid(::getuid()); pw && pw->pw_dir) return pw->pw_dir;
-    return "/";
 }
 
 // Compares as the current locale does with case ignored (accents still

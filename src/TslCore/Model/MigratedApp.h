@@ -1,0 +1,22 @@
+#pragma once
+#include <chrono>
+#include <string>
+
+namespace tsl {
+
+// One kept application: the bundle lives in the virtual Mac at `guestPath`,
+// and a shim bundle on the host at `shimPath` opens it. Its identity is
+// `bundleID`.
+struct MigratedApp {
+    std::string bundleID;
+    std::string name;          // display name
+    std::string originalPath;  // where the bundle stood on the host
+    std::string guestPath;
+    std::string shimPath;  // named by ShimNaming
+    std::chrono::system_clock::time_point migratedAt;
+
+    const std::string& id() const { return bundleID; }
+    bool operator==(const MigratedApp&) const = default;
+};
+
+}  // namespace tsl

@@ -1,0 +1,165 @@
+#include "TslCore/Model/StateStore.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <string>
+
+#include "TslCore/Model/StateJSON.h"
+#include "TslCore/Support/HomeDirectory.h"
+#include "TslCore/Support/UniqueFd.h"
+
+namespace tsl {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::error_code lastError() { return std::error_code(errno, std::generic_category()); }
+
+[[noreturn]] void fail(const char* what, const fs::path& path, std::error_code error) {
+    throw fs::filesystem_error(what, path, error);
+}
+
+struct FileContents {
+    std::string bytes;
+    struct stat identity {};
+};
+
+// The whole file; an errno on failure.
+int readWhole(const fs::path& path, FileContents& into) {
+    UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd || ::fstat(fd.get(), &into.identity) != 0) return errno;
+    char buffer[65536];
+    for (;;) {
+        const ssize_t n = ::read(fd.get(), buffer, sizeof buffer);
+        if (n == 0) return 0;
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return errno;
+        }
+        into.bytes.append(buffer, size_t(n));
+    }
+}
+
+// Renames without replacing anything already at `to`.
+bool renameExclusive(const fs::path& from, const fs::path& to) {
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+    if (errno != EINVAL && errno != ENOSYS) return false;
+    // A file system without the flag: a hard link never replaces either.
+    if (::link(from.c_str(), to.c_str()) != 0) return false;
+    ::unlink(from.c_str());
+    return true;
+}
+
+// Moves a damaged file aside, unless the file at `url` is no longer the one
+// that was read (a save came in between). A name already taken, by an
+// earlier damage in the same second, gets a count rather than being replaced.
+std::optional<fs::path> moveAside(const fs::path& url, const FileContents& read,
+                                  std::chrono::system_clock::time_point now) {
+    struct stat current {};
+    if (::stat(url.c_str(), &current) != 0 || current.st_dev != read.identity.st_dev ||
+        current.st_ino != read.identity.st_ino)
+        return std::nullopt;
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(now.time_since_epoch()).count();
+    const std::string stem = "state.unreadable-" + std::to_string(seconds);
+    for (int copy = 1; copy <= 100; ++copy) {
+        const fs::path to = url.parent_path() / (stem + (copy == 1 ? "" : "-" + std::to_string(copy)) + ".json");
+        if (renameExclusive(url, to)) return to;
+        if (errno != EEXIST) return std::nullopt;
+    }
+    return std::nullopt;
+}
+
+// Makes the missing folders of `folder`, each owner-only.
+void makeFolders(const fs::path& folder) {
+    struct stat st {};
+    if (::stat(folder.c_str(), &st) == 0) {
+        if (!S_ISDIR(st.st_mode)) fail("cannot create folder", folder, std::make_error_code(std::errc::not_a_directory));
+        return;
+    }
+    if (errno != ENOENT) fail("cannot create folder", folder, lastError());
+    if (folder.has_relative_path() && folder.parent_path() != folder) makeFolders(folder.parent_path());
+    if (::mkdir(folder.c_str(), 0700) != 0) {
+        if (errno == EEXIST) return;  // made meanwhile by someone else
+        fail("cannot create folder", folder, lastError());
+    }
+    ::chmod(folder.c_str(), 0700);  // whatever the umask took away
+}
+
+void writeAll(int fd, const std::string& text, const fs::path& path) {
+    size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            fail("cannot write", path, lastError());
+        }
+        done += size_t(n);
+    }
+}
+
+}  // namespace
+
+std::string_view toString(StateStore::LoadOutcome outcome) {
+    switch (outcome) {
+        case StateStore::LoadOutcome::loaded: return "loaded";
+        case StateStore::LoadOutcome::missing: return "missing";
+        case StateStore::LoadOutcome::damaged: return "damaged";
+        case StateStore::LoadOutcome::readError: return "readError";
+    }
+    return "";
+}
+
+StateStore StateStore::defaultStore(bool simulation) {
+    return StateStore(fs::path(homeDirectory()) / "Library/Application Support/" /
+                      (simulation ? "Tessel-dev" : "Tessel") / "state.json");
+}
+
+StateStore::Loaded StateStore::loadReporting(std::chrono::system_clock::time_point now) const {
+    Loaded result;
+    FileContents file;
+    if (const int error = readWhole(url, file)) {
+        result.failure = std::error_code(error, std::generic_category());
+        struct stat st {};
+        result.outcome =
+            error != ENOENT && ::stat(url.c_str(), &st) == 0 ? LoadOutcome::readError : LoadOutcome::missing;
+        return result;
+    }
+    if (auto state = StateJSON::decodeState(file.bytes)) {
+        result.state = std::move(*state);
+        result.outcome = LoadOutcome::loaded;
+        return result;
+    }
+    result.outcome = LoadOutcome::damaged;
+    result.movedTo = moveAside(url, file, now);
+    return result;
+}
+
+void StateStore::save(const PersistedState& state) const {
+    const fs::path folder = url.has_parent_path() ? url.parent_path() : fs::path(".");
+    makeFolders(folder);
+    const std::string text = StateJSON::encodeState(state);
+
+    std::string temporary = (folder / ("." + url.filename().string() + ".XXXXXX")).string();
+    UniqueFd fd(::mkostemp(temporary.data(), O_CLOEXEC));
+    if (!fd) fail("cannot create a temporary file", temporary, lastError());
+    try {
+        writeAll(fd.get(), text, temporary);
+        // The contents must be on disk before the name points at them, or a
+        // crash could leave an empty file in place of the old one.
+        if (::fsync(fd.get()) != 0) fail("cannot write", temporary, lastError());
+        if (::close(fd.release()) != 0) fail("cannot write", temporary, lastError());
+        if (::rename(temporary.c_str(), url.c_str()) != 0) fail("cannot replace", url, lastError());
+    } catch (...) {
+        ::unlink(temporary.c_str());
+        throw;
+    }
+    // And the rename itself is durable once the folder is.
+    UniqueFd dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (dir && ::fsync(dir.get()) != 0 && errno != EINVAL) fail("cannot write", folder, lastError());
+}
+
+}  // namespace tsl
