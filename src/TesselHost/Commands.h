@@ -10,6 +10,7 @@ class App;
 namespace tsl::host {
 
 void addScanCommand(CLI::App& app, int& exitCode);
+void addDiagCommand(CLI::App& app, int& exitCode);
 void addCompatCommand(CLI::App& app, int& exitCode);
 void addFeedCommand(CLI::App& app, int& exitCode);
 void addShareCommand(CLI::App& app, int& exitCode);

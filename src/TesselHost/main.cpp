@@ -13,6 +13,7 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     int exitCode = 0;
     tsl::host::addScanCommand(app, exitCode);
+    tsl::host::addDiagCommand(app, exitCode);
     tsl::host::addCompatCommand(app, exitCode);
     tsl::host::addFeedCommand(app, exitCode);
     tsl::host::addShareCommand(app, exitCode);
