@@ -10,5 +10,8 @@ class App;
 namespace tsl::host {
 
 void addScanCommand(CLI::App& app, int& exitCode);
+void addStateCommand(CLI::App& app, int& exitCode);
+void addSetupCommand(CLI::App& app, int& exitCode);
+void addBetaCommand(CLI::App& app, int& exitCode);
 
 }  // namespace tsl::host
