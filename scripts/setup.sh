@@ -9,7 +9,7 @@ packages=(
   build-essential cmake ninja-build pkg-config ccache
   libasio-dev nlohmann-json3-dev
   libx264-dev libavcodec-dev libavutil-dev libyuv-dev libswscale-dev
-  libsodium-dev libicu-dev libplist-dev
+  libsodium-dev libicu-dev libplist-dev libcurl4-openssl-dev openssl
   libspdlog-dev libfmt-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   libsdl2-dev xvfb libcli11-dev

@@ -8,7 +8,7 @@
 #include "TesselHost/Commands.h"
 #include "TesselHost/HostState.h"
 #include "TslCore/Model/BetaChecklist.h"
-#include "TslCore/Support/Localization.h"
+#include "TslCore/Support/Localized.h"
 
 namespace tsl::host {
 namespace {

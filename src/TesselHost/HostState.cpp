@@ -6,7 +6,7 @@
 #include <iostream>
 
 #include "TslCore/Support/ISO8601.h"
-#include "TslCore/Support/Localization.h"
+#include "TslCore/Support/Localized.h"
 
 namespace tsl::host {
 

@@ -1,9 +1,7 @@
 // tessel scan [ROOT...]: which applications need an Intel Mac.
 #include <CLI/CLI.hpp>
-#include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <iostream>
 #include <memory>
@@ -12,6 +10,7 @@
 #include <vector>
 
 #include "TesselHost/Commands.h"
+#include "TesselHost/HostText.h"
 #include "TslCore/Scanner/AppScanner.h"
 #include "TslCore/Scanner/ScannerJSON.h"
 
@@ -34,18 +33,6 @@ const char* heading(ArchClass archClass) {
         case ArchClass::unknown: return "Unknown";
     }
     return "";
-}
-
-// Columns are counted in code points, which is what a terminal shows for
-// the names found in practice.
-size_t displayWidth(const std::string& text) {
-    return static_cast<size_t>(
-        std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
-}
-
-std::string padded(const std::string& text, size_t width) {
-    const size_t w = displayWidth(text);
-    return w >= width ? text : text + std::string(width - w, ' ');
 }
 
 std::string archList(const AppBundleInfo& app) {
@@ -81,30 +68,11 @@ void printTable(const AppScanner::Report& report) {
     }
 }
 
-// Counts bundles on standard error, at most ten times a second, when it is a
-// terminal; the line is wiped when the scan ends.
-class ProgressLine {
-public:
-    ProgressLine() : _active(::isatty(STDERR_FILENO) == 1) {}
-    ~ProgressLine() {
-        if (_shown) std::fprintf(stderr, "\r\033[K");
-    }
-    AppScanner::Progress callback() {
-        if (!_active) return {};
-        return [this](size_t read, const AppBundleInfo&) {
-            const auto now = std::chrono::steady_clock::now();
-            if (_shown && now - _last < std::chrono::milliseconds(100)) return;
-            _last = now;
-            _shown = true;
-            std::fprintf(stderr, "\rScanning… %zu applications", read);
-        };
-    }
-
-private:
-    bool _active;
-    bool _shown = false;
-    std::chrono::steady_clock::time_point _last{};
-};
+// Counts bundles on the status line.
+AppScanner::Progress progressCallback(StatusLine& line) {
+    if (!line.active()) return {};
+    return [&line](size_t read, const AppBundleInfo&) { line.show("Scanning… " + std::to_string(read) + " applications"); };
+}
 
 int runScan(const ScanArguments& args) {
     AppScanner scanner;
@@ -117,8 +85,8 @@ int runScan(const ScanArguments& args) {
     scanner.options.includeApple = args.includeApple;
     AppScanner::Report report;
     {
-        ProgressLine progress;
-        report = scanner.scan(progress.callback());
+        StatusLine line;
+        report = scanner.scan(progressCallback(line));
     }
     if (args.json) {
         const nlohmann::json j = report;

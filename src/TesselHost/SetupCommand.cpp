@@ -13,7 +13,7 @@
 #include "TesselHost/Commands.h"
 #include "TesselHost/HostState.h"
 #include "TslCore/Model/GuestSetupFlow.h"
-#include "TslCore/Support/Localization.h"
+#include "TslCore/Support/Localized.h"
 #include "TslCore/Support/TesselVersion.h"
 #include "TslCore/Wire/WireJSON.h"
 #include "TslStream/Runtime/GlobalQueue.h"

@@ -7,7 +7,7 @@
 #include "TesselHost/Commands.h"
 #include "TesselHost/HostState.h"
 #include "TslCore/Model/StateJSON.h"
-#include "TslCore/Support/Localization.h"
+#include "TslCore/Support/Localized.h"
 
 namespace tsl::host {
 namespace {

@@ -13,13 +13,17 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     int exitCode = 0;
     tsl::host::addScanCommand(app, exitCode);
+    tsl::host::addCompatCommand(app, exitCode);
+    tsl::host::addFeedCommand(app, exitCode);
+    tsl::host::addShareCommand(app, exitCode);
+    tsl::host::addMigrateCommand(app, exitCode);
     tsl::host::addStateCommand(app, exitCode);
     tsl::host::addSetupCommand(app, exitCode);
     tsl::host::addBetaCommand(app, exitCode);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
-        // --help and --version succeed; every other parse error is a usage error.
+        // Help and version are successes; every other parse error is a usage error.
         return app.exit(e) == 0 ? 0 : 2;
     }
     return exitCode;

@@ -6,7 +6,7 @@
 #include <cstdio>
 
 #include "TslAgent/BlockingRequest.h"
-#include "TslAgent/HandshakeGate.h"
+#include "TslStream/Transport/HandshakeGate.h"
 #include "TslStream/Runtime/GlobalQueue.h"
 #include "TslStream/Runtime/MainActor.h"
 
@@ -22,12 +22,6 @@ bool isAcceptableHostHello(const ControlMessage& message) {
     auto hello = message.get<ControlMessage::Hello>();
     return hello && hello->value.role == Hello::Role::host &&
            hello->value.protocolVersion == Hello::currentProtocolVersion;
-}
-
-bool peerIsThisUser(int fd) {
-    ucred peer{};
-    socklen_t size = sizeof peer;
-    return ::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == ::getuid();
 }
 
 std::string joinedDescriptions(const std::vector<SocketEndpoint>& endpoints) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "TslAgent/GuestDocuments.h"
 #include "TslAgent/StatusReport.h"
 #include "TslCore/Support/TesselVersion.h"
 #include "TslStream/Runtime/MainActor.h"
@@ -41,7 +42,13 @@ bool finiteBelow(double v, double bound) { return std::isfinite(v) && std::fabs(
 }  // namespace
 
 AgentService::AgentService(AgentConfig config, PlatformServices platform, ProcessExit exit)
-    : _config(std::move(config)), platform(std::move(platform)), exit(std::move(exit)) {}
+    : _config(std::move(config)),
+      platform(std::move(platform)),
+      exit(std::move(exit)),
+      streams(std::make_shared<StreamManager>(this->platform.screenCapture, echo)) {
+    // Streams follow their windows: a resize re-sizes the capture, a close ends it.
+    windowStreams = WindowStreamHooks::of(*streams);
+}
 
 Hello AgentService::agentHelloBase() {
     Hello hello;
@@ -60,7 +67,9 @@ void AgentService::startBackgroundWork() {
         // Both only bring up the system's dialog; status tells the host what was granted.
         if (!platform.screenCapture->preflightAccess()) platform.screenCapture->requestAccess();
         if (!platform.accessibility->isProcessTrusted()) platform.accessibility->isProcessTrustedWithOptions(true);
+        GuestDocuments::pointPanelsAtSharedDocuments(platform);
     }
+    startWindowTracking();
 }
 
 const AgentService::RowTable& AgentService::rows() {
@@ -68,6 +77,16 @@ const AgentService::RowTable& AgentService::rows() {
         RowTable t{};
         t[size_t(ControlMessage::Kind::hello)] = &AgentService::hello;
         t[size_t(ControlMessage::Kind::status)] = &AgentService::status;
+        t[size_t(ControlMessage::Kind::listWindows)] = &AgentService::listWindows;
+        t[size_t(ControlMessage::Kind::windowAction)] = &AgentService::windowAction;
+        t[size_t(ControlMessage::Kind::startStream)] = &AgentService::startStream;
+        t[size_t(ControlMessage::Kind::stopStream)] = &AgentService::stopStream;
+        t[size_t(ControlMessage::Kind::updateStream)] = &AgentService::updateStream;
+        t[size_t(ControlMessage::Kind::requestKeyframe)] = &AgentService::requestKeyframe;
+        t[size_t(ControlMessage::Kind::listApps)] = &AgentService::listApps;
+        t[size_t(ControlMessage::Kind::launchApp)] = &AgentService::launchApp;
+        t[size_t(ControlMessage::Kind::quitApp)] = &AgentService::quitApp;
+        t[size_t(ControlMessage::Kind::installApp)] = &AgentService::installApp;
         return t;
     }();
     return table;
@@ -85,6 +104,7 @@ asio::awaitable<ControlMessage> AgentService::status(ControlMessage) {
     StatusReport::Inputs inputs;
     inputs.uptimeSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     inputs.isSimulation = _config.isSimulation;
+    inputs.activeStreams = streams->activeStreams();
     co_return ControlMessage::Status{StatusReport::make(inputs, platform)};
 }
 
@@ -128,10 +148,17 @@ void AgentService::detach(const std::shared_ptr<ControlChannel>& channel) {
     };
     std::erase_if(_controls, gone);
     std::erase_if(_attached, gone);
-    if (_videoConnection && _videoConnection->isClosed()) _videoConnection.reset();
-    if (_controls.empty() && _config.exitOnDisconnect) {
-        log.notice("host disconnected; exiting (simulation)");
-        exit(0);
+    if (_videoConnection && _videoConnection->isClosed()) {
+        auto closed = std::move(_videoConnection);
+        _videoConnection.reset();
+        MainActor::current().spawn([manager = streams, closed]() -> asio::awaitable<void> { co_await manager->stopAll(closed); });
+    }
+    if (_controls.empty()) {
+        MainActor::current().spawn([manager = streams]() -> asio::awaitable<void> { co_await manager->stopAll(); });
+        if (_config.exitOnDisconnect) {
+            log.notice("host disconnected; exiting (simulation)");
+            exit(0);
+        }
     }
 }
 

@@ -8,8 +8,14 @@
 #include <vector>
 
 #include "TslAgent/AgentConfig.h"
+#include "TslAgent/InstallQueue.h"
 #include "Platform/Platform.h"
 #include "TslAgent/ProcessExit.h"
+#include "TslAgent/WindowCache.h"
+#include "TslAgent/WindowTracking.h"
+#include "TslStream/Runtime/Timers.h"
+#include "TslAgent/StreamManager.h"
+#include "TslStream/Pipeline/EchoCounter.h"
 #include "TslStream/Support/Logger.h"
 #include "TslStream/Transport/Channel.h"
 #include "TslStream/Transport/ControlChannel.h"
@@ -46,6 +52,16 @@ public:
     const std::vector<std::shared_ptr<ControlChannel>>& controls() const { return _controls; }
     const std::vector<std::shared_ptr<ControlChannel>>& attached() const { return _attached; }
     const std::shared_ptr<WireConnection>& videoConnection() const { return _videoConnection; }
+    const std::shared_ptr<StreamManager>& streamManager() const { return streams; }
+    const std::shared_ptr<EchoCounter>& echoCounter() const { return echo; }
+
+    // One tracking tick: the timer's work, also run once at start.
+    void trackWindows();
+    // Shared with the input path, which reads it on the channels' threads.
+    const std::shared_ptr<WindowCache>& windowCache() const { return _windowCache; }
+    WindowTracker& windowTracking() { return tracking; }
+    // Where tracking tells the stream side of resizes, closes and restores.
+    void setWindowStreamHooks(WindowStreamHooks hooks) { windowStreams = std::move(hooks); }
 
 private:
     // A row of the request table: a member coroutine answering one case.
@@ -54,19 +70,39 @@ private:
     static const RowTable& rows();
 
     void detach(const std::shared_ptr<ControlChannel>& channel);
+    void startWindowTracking();
     asio::awaitable<void> handle(ControlEnvelope envelope, std::shared_ptr<ControlChannel> channel);
 
     asio::awaitable<ControlMessage> hello(ControlMessage request);
     asio::awaitable<ControlMessage> status(ControlMessage request);
+    asio::awaitable<ControlMessage> listWindows(ControlMessage request);
+    asio::awaitable<ControlMessage> windowAction(ControlMessage request);
+    // Streams (AgentServiceStreams.cpp).
+    asio::awaitable<ControlMessage> startStream(ControlMessage request);
+    asio::awaitable<ControlMessage> stopStream(ControlMessage request);
+    asio::awaitable<ControlMessage> updateStream(ControlMessage request);
+    asio::awaitable<ControlMessage> requestKeyframe(ControlMessage request);
+    // Guest applications (AgentServiceApps.cpp).
+    asio::awaitable<ControlMessage> listApps(ControlMessage request);
+    asio::awaitable<ControlMessage> launchApp(ControlMessage request);
+    asio::awaitable<ControlMessage> quitApp(ControlMessage request);
+    asio::awaitable<ControlMessage> installApp(ControlMessage request);
 
     const AgentConfig _config;
     const PlatformServices platform;
     const ProcessExit exit;
     Logger log{"com.tessel.agent", "service"};
+    InstallQueue installs;
     const std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
     std::vector<std::shared_ptr<ControlChannel>> _controls;
     std::vector<std::shared_ptr<ControlChannel>> _attached;
     std::shared_ptr<WireConnection> _videoConnection;
+    const std::shared_ptr<WindowCache> _windowCache = std::make_shared<WindowCache>();
+    WindowTracker tracking;
+    WindowStreamHooks windowStreams;
+    std::unique_ptr<RepeatingTimer> tracker;
+    const std::shared_ptr<EchoCounter> echo = std::make_shared<EchoCounter>();
+    const std::shared_ptr<StreamManager> streams;
 };
 
 }  // namespace tsl

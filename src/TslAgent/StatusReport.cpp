@@ -36,11 +36,6 @@ std::optional<Bytes> readAtMost(const std::filesystem::path& path, size_t limit)
 
 }  // namespace
 
-bool rosettaInstalled(const std::filesystem::path& marker) {
-    std::error_code ec;
-    return std::filesystem::exists(marker, ec);
-}
-
 std::optional<ProvisionReport> provisionReport(const std::filesystem::path& path, bool live,
                                                const PlatformServices& platform,
                                                std::chrono::system_clock::time_point now) {
@@ -66,7 +61,7 @@ AgentStatus make(const Inputs& inputs, const PlatformServices& platform) {
     std::sort(status.activeStreams.begin(), status.activeStreams.end());
     status.screenRecordingGranted = platform.screenCapture->preflightAccess();
     status.accessibilityGranted = platform.accessibility->isProcessTrusted();
-    status.rosettaInstalled = rosettaInstalled(inputs.rosettaMarker);
+    status.rosettaInstalled = AppCatalog::rosettaInstalled(inputs.rosettaMarker);
     if (!inputs.isSimulation) status.provision = provisionReport(inputs.provisionPath, true, platform, inputs.now);
     return status;
 }

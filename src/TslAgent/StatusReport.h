@@ -6,21 +6,18 @@
 #include <vector>
 
 #include "Platform/Platform.h"
+#include "TslAgent/AppCatalog.h"
 #include "TslCore/Model/ProvisionReport.h"
 #include "TslCore/Wire/ControlRecords.h"
 
 namespace tsl {
 
 // The guest's state for the host's `status` request: permissions from the
-// platform, Rosetta from its marker file, and the guest tools' report with
+// platform, Rosetta by the catalog's rule, and the guest tools' report with
 // the facts that may have changed since read afresh. Never throws.
 namespace StatusReport {
 
-inline constexpr const char* rosettaMarkerPath = "/Library/Apple/usr/libexec/oah/libRosettaRuntime";
 inline constexpr size_t largestReport = 16383;  // bytes; a report of 16384 or more is ignored
-
-// Whether a file (of any kind) exists at the marker path; always an answer.
-bool rosettaInstalled(const std::filesystem::path& marker = rosettaMarkerPath);
 
 // The guest tools' report, or nothing when the file can't be read, is too
 // large or doesn't decode. With `live`, the auto-login user is replaced by
@@ -35,7 +32,7 @@ struct Inputs {
     std::vector<uint32_t> activeStreams;  // any order
     bool isSimulation = false;            // a simulation run reports no provision
     std::filesystem::path provisionPath = std::string(ProvisionReport::path);
-    std::filesystem::path rosettaMarker = rosettaMarkerPath;
+    std::filesystem::path rosettaMarker = AppCatalog::rosettaMarkerPath;
     std::chrono::system_clock::time_point now = std::chrono::system_clock::now();  // of the request
 };
 

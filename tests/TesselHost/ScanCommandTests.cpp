@@ -5,33 +5,16 @@
 #include <string>
 #include <vector>
 
-#include "Support/ChildProcess.h"
+#include "TesselHost/TesselRun.h"
 #include "Support/MachOCorpus.h"
 #include "TslCore/Scanner/ScannerJSON.h"
 
 using namespace tsl;
 using nlohmann::json;
 using test::MachOCorpus;
+using test::runTessel;
 
 namespace {
-
-const std::string tessel = TSL_BINARY_DIR "/src/tessel";
-
-struct Run {
-    std::optional<int> status;
-    std::string out, err;
-};
-
-// The whole output must fit the pipes (64 KiB each), as the corpus's does:
-// the child's output is read once it has ended.
-Run runTessel(const std::vector<std::string>& args) {
-    test::ChildProcess child(tessel, args);
-    Run run;
-    run.status = child.wait();
-    run.out = child.standardOutput();
-    run.err = child.standardError();
-    return run;
-}
 
 std::vector<std::string> scanArguments(const MachOCorpus& corpus, const json& scan, bool asJSON) {
     std::vector<std::string> argv{"scan", "--max-depth", std::to_string(scan.at("maxDepth").get<int>())};

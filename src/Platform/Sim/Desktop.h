@@ -181,6 +181,13 @@ public:
     void setFrame(uint32_t id, Rect frame);
     void raise(uint32_t id);
     void setMinimized(uint32_t id, bool minimized);
+    // A title change, as an application makes it.
+    void setTitle(uint32_t id, std::string title);
+    // Orders a window out (false) or back in (true), as an application hides it.
+    void setShown(uint32_t id, bool shown);
+    // The system's small overlay on a window being captured, while it is:
+    // listed by the window server in front of the window, inside its top edge.
+    std::optional<uint32_t> captureIndicator(uint32_t windowID) const;
     std::optional<WindowInfo> window(uint32_t id) const;
     // Every window, front to back in the window server's order.
     std::vector<WindowInfo> windows() const;

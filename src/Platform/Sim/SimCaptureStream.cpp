@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "Platform/Sim/World.h"
 
@@ -246,10 +247,14 @@ void SimCaptureStream::halt() {
     _core->changed.notify_all();
     _core->progressed.notify_all();
     std::thread thread;
+    bool indicatorShown;
     {
         std::lock_guard g(_threadLock);
         thread = std::move(_thread);
+        indicatorShown = std::exchange(_indicatorShown, false);
     }
+    if (indicatorShown)
+        if (auto desktop = _desktop.lock()) desktop->change([&](World& w) { w.captureEnded(_windowID); });
     if (!thread.joinable()) return;
     if (thread.get_id() == std::this_thread::get_id()) thread.detach();
     else thread.join();
@@ -285,12 +290,19 @@ void SimCaptureStream::startCapture(Completion completion) {
     std::exception_ptr error = fault(_desktop, [](const CaptureFaults& f) { return f.start; }, "The stream failed to start.");
     if (!error) {
         std::lock_guard g(_threadLock);
-        std::lock_guard core(_core->lock);
-        if (_core->running || _core->stopping || _thread.joinable()) {
-            error = std::make_exception_ptr(ScreenCaptureError("The stream is already running."));
-        } else {
-            _core->running = true;
-            _thread = std::thread(run, _core, _desktop, _windowID);
+        {
+            std::lock_guard core(_core->lock);
+            if (_core->running || _core->stopping || _thread.joinable()) {
+                error = std::make_exception_ptr(ScreenCaptureError("The stream is already running."));
+            } else {
+                _core->running = true;
+                _thread = std::thread(run, _core, _desktop, _windowID);
+            }
+        }
+        // Still under _threadLock, so that a concurrent stop takes it down after this.
+        if (!error) {
+            _indicatorShown = true;
+            if (auto desktop = _desktop.lock()) desktop->change([&](World& w) { w.captureBegan(_windowID); });
         }
     }
     if (!error) count(_desktop, [](CaptureCounts& c) { ++c.starts; });

@@ -48,6 +48,7 @@ private:
     const std::shared_ptr<StreamCore> _core;
     std::mutex _threadLock;  // guards _thread against a concurrent start and stop
     std::thread _thread;
+    bool _indicatorShown = false;  // under _threadLock: this stream put up the capture indicator
 };
 
 }  // namespace tsl::Sim

@@ -10,6 +10,23 @@ namespace tsl::Sim {
 
 // Window server.
 
+namespace {
+
+// The capture indicator belongs to the captured window's process and layer.
+PlatformValue indicatorEntry(World& w, const SimWindow& captured, uint32_t id, bool visible) {
+    ValueDict entry{{WindowServer::keyNumber, id},
+                    {WindowServer::keyOwnerPID, captured.pid},
+                    {WindowServer::keyName, ""},
+                    {WindowServer::keyBounds, dictionaryFromRect(World::indicatorFrame(captured.setup.frame))},
+                    {WindowServer::keyLayer, captured.setup.layer},
+                    {WindowServer::keyAlpha, 1.0}};
+    if (SimProcess* p = w.process(captured.pid)) entry[WindowServer::keyOwnerName] = p->setup.name;
+    if (visible) entry[WindowServer::keyIsOnscreen] = true;
+    return entry;
+}
+
+}  // namespace
+
 std::optional<PlatformValue> SimWindowServer::copyWindowInfo(uint32_t options, uint32_t relativeToWindow) {
     Desktop::WindowListFilter filter;
     ValueList list = _desktop->read([&](World& w) {
@@ -17,12 +34,14 @@ std::optional<PlatformValue> SimWindowServer::copyWindowInfo(uint32_t options, u
         ValueList out;
         for (const SimWindow* win : w.stacked()) {
             const bool visible = w.isVisible(*win);
-            if (options & WindowServer::optionIncludingWindow) {
-                if (win->id != relativeToWindow) continue;
-            } else {
-                if ((options & WindowServer::optionOnScreenOnly) && !visible) continue;
-                if ((options & WindowServer::optionExcludeDesktopElements) && win->setup.desktopElement) continue;
+            const bool single = options & WindowServer::optionIncludingWindow;
+            const bool passes = !((options & WindowServer::optionOnScreenOnly) && !visible) &&
+                                !((options & WindowServer::optionExcludeDesktopElements) && win->setup.desktopElement);
+            if (auto it = w.captureIndicators.find(win->id); it != w.captureIndicators.end()) {
+                const uint32_t id = it->second.id;
+                if (single ? id == relativeToWindow : passes) out.emplace_back(indicatorEntry(w, *win, id, visible));
             }
+            if (single ? win->id != relativeToWindow : !passes) continue;
             ValueDict entry{{WindowServer::keyNumber, win->id},
                             {WindowServer::keyOwnerPID, win->pid},
                             {WindowServer::keyName, win->setup.title},

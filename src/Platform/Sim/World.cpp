@@ -40,6 +40,7 @@ void World::removeWindow(uint32_t id) {
     if (!w) return;
     const int32_t pid = w->pid;
     windows.erase(id);
+    captureIndicators.erase(id);
     windowsRemoved = true;
     order.erase(std::remove(order.begin(), order.end(), id), order.end());
     if (SimProcess* p = process(pid)) {

@@ -66,6 +66,16 @@ struct World {
     std::map<std::string, int64_t> sysctls;
     std::set<std::filesystem::path> knownBundles;  // launched once, so the system can find them by identifier
 
+    // The overlay the system lays on each captured window, by that window.
+    struct CaptureIndicator {
+        uint32_t id = 0;
+        int streams = 0;
+    };
+    std::map<uint32_t, CaptureIndicator> captureIndicators;
+    void captureBegan(uint32_t windowID);
+    void captureEnded(uint32_t windowID);
+    static Rect indicatorFrame(const Rect& window);
+
     // Processes and windows.
     SimProcess* process(int32_t pid);
     SimWindow* window(uint32_t id);

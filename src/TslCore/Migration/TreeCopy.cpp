@@ -65,61 +65,94 @@ int copyData(int from, int to) {
     }
 }
 
-void copyLink(const std::string& src, const std::string& dst, bool& made) {
+// Each entry is reached through its parent's descriptor and never through a
+// link, so a folder swapped for a link during the copy can't redirect it. The
+// top-level entries are named by whole paths relative to AT_FDCWD.
+struct Entry {
+    int dir;           // the open parent folder, or AT_FDCWD
+    std::string name;  // relative to `dir`
+    std::string path;  // for messages
+    Entry child(int folder, const std::string& childName) const { return {folder, childName, path + "/" + childName}; }
+};
+
+void copyLink(const Entry& src, const Entry& dst, bool& made) {
     std::array<char, 1024> buffer{};
-    const ssize_t n = ::readlink(src.c_str(), buffer.data(), buffer.size());
-    if (n < 0) fail(src, "readlink", errno);
+    const ssize_t n = ::readlinkat(src.dir, src.name.c_str(), buffer.data(), buffer.size());
+    if (n < 0) fail(src.path, "readlink", errno);
     const std::string text = repairedUtf8(std::string_view(buffer.data(), static_cast<size_t>(n)));
-    if (::symlink(text.c_str(), dst.c_str()) != 0) fail(dst, "symlink", errno);
+    if (::symlinkat(text.c_str(), dst.dir, dst.name.c_str()) != 0) fail(dst.path, "symlink", errno);
     made = true;
 }
 
-void copyFile(const std::string& src, const std::string& dst, bool& made) {
-    UniqueFd in(::open(src.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (!in) fail(dst, "copy", errno);
+void copyFile(const Entry& src, const Entry& dst, bool& made) {
+    UniqueFd in(::openat(src.dir, src.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!in) fail(dst.path, "copy", errno);
     struct stat st {};
-    if (::fstat(in.get(), &st) != 0) fail(dst, "copy", errno);
+    if (::fstat(in.get(), &st) != 0) fail(dst.path, "copy", errno);
     // The entry changed kind since it was examined.
-    if (!S_ISREG(st.st_mode)) fail(src, notCopyable, EINVAL);
-    UniqueFd out(::open(dst.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    if (!out) fail(dst, "copy", errno);
+    if (!S_ISREG(st.st_mode)) fail(src.path, notCopyable, EINVAL);
+    UniqueFd out(::openat(dst.dir, dst.name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                          S_IRUSR | S_IWUSR));
+    if (!out) fail(dst.path, "copy", errno);
     made = true;
     int err = copyData(in.get(), out.get());
     if (err == 0) err = FileTree::copyAttributes(in.get(), out.get());
     if (err == 0 && ::fchmod(out.get(), st.st_mode & 07777) != 0) err = errno;
     const std::array<timespec, 2> times{st.st_atim, st.st_mtim};
     if (err == 0 && ::futimens(out.get(), times.data()) != 0) err = errno;
-    if (err != 0) fail(dst, "copy", err);
+    if (err != 0) fail(dst.path, "copy", err);
 }
 
-void copyEntry(const std::string& src, const std::string& dst, bool& made);
+void copyEntry(const Entry& src, const Entry& dst, bool& made);
 
-void copyFolder(const std::string& src, const std::string& dst, const struct stat& st, bool& made) {
-    if (::mkdir(dst.c_str(), S_IRWXU) != 0) fail(dst, "mkdir", errno);
-    made = true;
-    UniqueFd in(::open(src.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!in) failListing(src, errno);
-    for (const auto& name : sortedNames(in.get(), src)) {
+// The content of the open folder `in` into the fresh folder made at `dst`.
+void copyFolderContent(int in, const std::string& srcPath, const Entry& dst, const struct stat& st) {
+    UniqueFd out(::openat(dst.dir, dst.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!out) fail(dst.path, "copy attributes", errno);
+    const Entry from{in, "", srcPath};
+    for (const auto& name : sortedNames(in, srcPath)) {
         bool madeInner = false;  // the top-level cleanup takes it along
-        copyEntry(src + "/" + name, dst + "/" + name, madeInner);
+        copyEntry(from.child(in, name), dst.child(out.get(), name), madeInner);
     }
-    UniqueFd out(::open(dst.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!out) fail(dst, "copy attributes", errno);
-    if (const int err = FileTree::copyAttributes(in.get(), out.get()); err != 0) fail(dst, "copy attributes", err);
-    if (::fchmod(out.get(), st.st_mode & 07777) != 0) fail(dst, "chmod", errno);
+    if (const int err = FileTree::copyAttributes(in, out.get()); err != 0) fail(dst.path, "copy attributes", err);
+    if (::fchmod(out.get(), st.st_mode & 07777) != 0) fail(dst.path, "chmod", errno);
 }
 
-void copyEntry(const std::string& src, const std::string& dst, bool& made) {
+void makeFolder(const Entry& dst, bool& made) {
+    if (::mkdirat(dst.dir, dst.name.c_str(), S_IRWXU) != 0) fail(dst.path, "mkdir", errno);
+    made = true;
+}
+
+void copyEntry(const Entry& src, const Entry& dst, bool& made) {
     struct stat st {};
-    if (::lstat(src.c_str(), &st) != 0) fail(src, "lstat", errno);
+    if (::fstatat(src.dir, src.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) fail(src.path, "lstat", errno);
     if (S_ISLNK(st.st_mode)) {
         copyLink(src, dst, made);
     } else if (S_ISDIR(st.st_mode)) {
-        copyFolder(src, dst, st, made);
+        makeFolder(dst, made);
+        UniqueFd in(::openat(src.dir, src.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (!in) failListing(src.path, errno);
+        copyFolderContent(in.get(), src.path, dst, st);
     } else if (S_ISREG(st.st_mode)) {
         copyFile(src, dst, made);
     } else {
-        fail(src, notCopyable, EINVAL);
+        fail(src.path, notCopyable, EINVAL);
+    }
+}
+
+// Runs `body` for a destination that must not exist yet, and removes what it
+// made there when it fails.
+template <class Body>
+void intoFreshDestination(const std::string& dst, Body body) {
+    struct stat st {};
+    if (::lstat(dst.c_str(), &st) == 0) fail(dst, "create", EEXIST);
+    bool made = false;
+    try {
+        body(made);
+    } catch (...) {
+        // Only what this copy made is removed, never an entry that raced in.
+        if (made) (void)FileTree::removeAll(dst);
+        throw;
     }
 }
 
@@ -136,18 +169,19 @@ Failure::Failure(std::string path, std::string operation, int32_t errnum)
       errnum(errnum) {}
 
 void copy(const std::filesystem::path& from, const std::filesystem::path& to) {
-    const std::string src = from.native();
-    const std::string dst = to.native();
-    struct stat st {};
-    if (::lstat(dst.c_str(), &st) == 0) fail(dst, "create", EEXIST);
-    bool made = false;
-    try {
-        copyEntry(src, dst, made);
-    } catch (...) {
-        // Only what this copy made is removed, never an entry that raced in.
-        if (made) (void)FileTree::removeAll(dst);
-        throw;
-    }
+    const Entry dst{AT_FDCWD, to.native(), to.native()};
+    intoFreshDestination(dst.path, [&](bool& made) { copyEntry({AT_FDCWD, from.native(), from.native()}, dst, made); });
+}
+
+void copyFolder(int folderFd, const std::string& fromPath, const std::filesystem::path& to) {
+    const Entry dst{AT_FDCWD, to.native(), to.native()};
+    intoFreshDestination(dst.path, [&](bool& made) {
+        struct stat st {};
+        if (::fstat(folderFd, &st) != 0) fail(fromPath, "lstat", errno);
+        if (!S_ISDIR(st.st_mode)) fail(fromPath, notCopyable, EINVAL);
+        makeFolder(dst, made);
+        copyFolderContent(folderFd, fromPath, dst, st);
+    });
 }
 
 }  // namespace tsl::TreeCopy

@@ -33,17 +33,23 @@ uint32_t clampU32(uint64_t v) { return uint32_t(std::min<uint64_t>(v, UINT32_MAX
 
 }  // namespace
 
+Bytes WireMessage::videoHead(const VideoFrameHeader& header, size_t pictureSize, uint32_t sequence) {
+    constexpr MessageType t = MessageType::video;
+    uint64_t size = uint64_t(VideoFrameHeader::size) + pictureSize;
+    if (size > maxPayload(t)) throw WireError::payloadTooLarge(uint8_t(t), clampU32(size));
+    ByteWriter w(WireHeader::size + VideoFrameHeader::size + pictureSize);
+    WireHeader(t, uint32_t(size), 0, sequence).encode(w);
+    header.encode(w);
+    return std::move(w.data);
+}
+
 Bytes WireMessage::encoded(uint32_t sequence) const {
     MessageType t = type();
     if (const Video* v = get<Video>()) {
         // The picture is written once, straight into the frame buffer.
-        uint64_t size = uint64_t(VideoFrameHeader::size) + v->data.size();
-        if (size > maxPayload(t)) throw WireError::payloadTooLarge(uint8_t(t), clampU32(size));
-        ByteWriter w(WireHeader::size + size);
-        WireHeader(t, uint32_t(size), 0, sequence).encode(w);
-        v->header.encode(w);
-        w.bytes(v->data);
-        return std::move(w.data);
+        Bytes frame = videoHead(v->header, v->data.size(), sequence);
+        frame.insert(frame.end(), v->data.begin(), v->data.end());
+        return frame;
     }
     Bytes payload = payloadOf(*this);
     if (payload.size() > maxPayload(t)) throw WireError::payloadTooLarge(uint8_t(t), clampU32(payload.size()));

@@ -41,6 +41,10 @@ struct WireMessage {
 
     // A whole frame, header included, in one exactly sized buffer.
     Bytes encoded(uint32_t sequence) const;
+    // What goes in front of a video picture: the frame header and the video
+    // header, so that the picture can be written from its own buffer.
+    // Throws WireError.payloadTooLarge as encoded does.
+    static Bytes videoHead(const VideoFrameHeader& header, size_t pictureSize, uint32_t sequence);
     static WireMessage decode(const WireHeader& header, std::span<const uint8_t> payload);
     // A video payload whose picture already sits in its own buffer.
     static WireMessage decodeVideo(const WireHeader& header, std::span<const uint8_t> head, Bytes picture);

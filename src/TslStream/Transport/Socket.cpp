@@ -80,6 +80,12 @@ struct UmaskGuard {
 
 }  // namespace
 
+bool peerIsThisUser(int fd) {
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    return ::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == ::getuid();
+}
+
 int connectSocket(const SocketEndpoint& to) {
     int fd = openSocket(to);
     tune(fd, to.get<SocketEndpoint::Tcp>() != nullptr);

@@ -12,6 +12,9 @@ namespace tsl {
 // A connected, tuned stream socket. Throws SocketError.
 int connectSocket(const SocketEndpoint& to);
 
+// Whether the peer of a unix socket runs as this process's user.
+bool peerIsThisUser(int fd);
+
 // Two connected ends of a unix stream pair, both tuned.
 std::pair<int, int> socketPair();
 

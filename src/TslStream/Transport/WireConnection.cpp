@@ -33,6 +33,15 @@ void WireConnection::send(const WireMessage& message) {
         std::lock_guard state(stateLock);
         seq = ++sequence;  // spent even if encoding fails
     }
+    if (const auto* video = message.get<WireMessage::Video>()) {
+        Bytes head = WireMessage::videoHead(video->header, video->data.size(), seq);
+        iovec parts[2] = {{head.data(), head.size()},
+                          {const_cast<uint8_t*>(video->data.data()), video->data.size()}};
+        writeParts(parts, video->data.empty() ? 1 : 2);
+        std::lock_guard state(stateLock);
+        _bytesSent += head.size() + video->data.size();
+        return;
+    }
     Bytes frame = message.encoded(seq);
     writeAll(frame);
     std::lock_guard state(stateLock);
@@ -47,15 +56,30 @@ int WireConnection::openDescriptor() const {
 
 void WireConnection::writeAll(const Bytes& frame, size_t from) {
     if (from >= frame.size()) return;  // all out: a close since then is no failure
+    iovec part{const_cast<uint8_t*>(frame.data()) + from, frame.size() - from};
+    writeParts(&part, 1);
+}
+
+void WireConnection::writeParts(iovec* parts, size_t count) {
     int s = openDescriptor();
-    size_t done = from;
-    while (done < frame.size()) {
-        ssize_t n = ::send(s, frame.data() + done, frame.size() - done, MSG_NOSIGNAL);
+    while (count > 0) {
+        msghdr message{};
+        message.msg_iov = parts;
+        message.msg_iovlen = count;
+        ssize_t n = ::sendmsg(s, &message, MSG_NOSIGNAL);
         if (n < 0) {
             if (errno == EINTR) continue;
             throw SocketError("write", errno);
         }
-        done += size_t(n);
+        auto left = size_t(n);
+        while (count > 0 && left >= parts->iov_len) {
+            left -= parts->iov_len;
+            ++parts, --count;
+        }
+        if (count > 0) {
+            parts->iov_base = static_cast<uint8_t*>(parts->iov_base) + left;
+            parts->iov_len -= left;
+        }
     }
 }
 

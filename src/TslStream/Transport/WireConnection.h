@@ -7,6 +7,8 @@
 #include <optional>
 #include <string>
 
+#include <sys/uio.h>
+
 #include "TslCore/Wire/WireMessage.h"
 #include "TslStream/Support/Logger.h"
 #include "TslStream/Transport/SocketEndpoint.h"
@@ -36,7 +38,8 @@ public:
     WireConnection& operator=(const WireConnection&) = delete;
 
     // Encodes and writes one frame whole; throws WireError or SocketError.
-    // Never closes the connection itself.
+    // Never closes the connection itself. A video picture goes out from its
+    // own buffer, behind its headers, in one gathered write.
     void send(const WireMessage& message);
     // Sends only if that needs no waiting: false, with nothing written, when
     // another writer holds the connection or the socket takes no byte now. A
@@ -59,6 +62,7 @@ private:
     void readLoop(MessageHandler onMessage);
     int openDescriptor() const;
     void writeAll(const Bytes& frame, size_t from = 0);
+    void writeParts(iovec* parts, size_t count);
 
     Logger log{"com.tessel.stream", "connection"};
     std::mutex writeLock;

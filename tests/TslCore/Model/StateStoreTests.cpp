@@ -68,6 +68,7 @@ TEST(StateStore, SaveThenLoadGivesTheSameStateInAPrivateFolder) {
     StateStore store(dir / "Library" / "Application Support" / "Tessel" / "state.json");
     store.save(sample());
     EXPECT_EQ(modeOf(dir / "Library") & 07777, 0700u);
+    EXPECT_EQ(modeOf(store.url) & 07777, 0600u);
     EXPECT_EQ(modeOf(dir / "Library" / "Application Support" / "Tessel") & 07777, 0700u);
     const auto loaded = store.loadReporting();
     EXPECT_EQ(loaded.outcome, Outcome::loaded);
@@ -171,12 +172,12 @@ TEST(StateStore, UnreadableFileStaysAndAFailedSaveKeepsTheOldFile) {
     EXPECT_EQ(loaded.outcome, Outcome::readError);
     EXPECT_EQ(loaded.failure, std::errc::is_a_directory);
     EXPECT_TRUE(fs::is_directory(store.url));
-    EXPECT_THROW(store.save(sample()), fs::filesystem_error);
+    EXPECT_THROW(store.save(sample()), Error);
     EXPECT_EQ(entries(dir.path()), std::vector<std::string>{"state.json"}) << "no temporary left";
 
     // A folder that can't be made.
     writeFile(dir / "plain", "x");
-    EXPECT_THROW(StateStore(dir / "plain" / "sub" / "state.json").save(sample()), fs::filesystem_error);
+    EXPECT_THROW(StateStore(dir / "plain" / "sub" / "state.json").save(sample()), Error);
 
     StateStore good(dir / "good.json");
     good.save(sample());

@@ -7,8 +7,8 @@
 namespace tsl {
 
 // One per accepted connection: the first of the hello and the time-out passes
-// it, the other finds it closed. Until then it keeps the channel alive, since
-// every other reference to it is weak until the service attaches it.
+// it, the other finds it closed. Until then it keeps the channel given alive,
+// for owners whose every other reference to it is weak.
 class HandshakeGate {
 public:
     explicit HandshakeGate(std::shared_ptr<ControlChannel> channel) : held(std::move(channel)) {}

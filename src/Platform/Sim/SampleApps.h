@@ -1,0 +1,23 @@
+#pragma once
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace tsl::Sim {
+
+// The applications a simulation run offers: the test pattern and a plain
+// text application, as bundles the desktop launches by path or identifier.
+struct SampleApp {
+    std::string folderName;  // "<name>.app"
+    std::string name;
+    std::string bundleID;
+    std::string version;
+};
+
+const std::vector<SampleApp>& sampleApps();
+
+// Writes each sample bundle into `appsDir` that isn't there yet; leaves
+// whatever stands there alone. Returns false if a bundle couldn't be written.
+bool placeSampleApps(const std::filesystem::path& appsDir);
+
+}  // namespace tsl::Sim

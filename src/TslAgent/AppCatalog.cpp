@@ -1,0 +1,178 @@
+#include "TslAgent/AppCatalog.h"
+
+#include <chrono>
+#include <system_error>
+
+#include "TslCore/Migration/SafePaths.h"
+#include "TslCore/Scanner/AppScanner.h"
+#include "TslCore/Support/PathNames.h"
+#include "TslStream/Runtime/Resumption.h"
+#include "TslStream/Runtime/Timers.h"
+#include "TslStream/Transport/ControlError.h"
+
+namespace tsl::AppCatalog {
+namespace {
+
+constexpr int documentRounds = 20;
+constexpr auto documentRoundDelay = std::chrono::milliseconds(100);
+
+bool fileExists(const std::string& path) {
+    std::error_code ec;
+    return std::filesystem::exists(path, ec);
+}
+
+std::string withSlash(std::string path) {
+    if (!path.ends_with('/')) path += '/';
+    return path;
+}
+
+bool lies(const std::string& path, const std::filesystem::path& under) {
+    return path.starts_with(withSlash(PathNames::standardizedPath(under.native())));
+}
+
+bool hasHiddenComponent(std::string_view rest) {
+    size_t start = 0;
+    while (start < rest.size()) {
+        size_t end = rest.find('/', start);
+        if (end == std::string_view::npos) end = rest.size();
+        if (end > start && rest[start] == '.') return true;
+        start = end + 1;
+    }
+    return false;
+}
+
+// The first running application of this bundle: by place, else by identifier.
+const RunningApplication* runningMatch(const AppBundleInfo& bundle, const std::vector<RunningApplication>& running) {
+    const std::string place = PathNames::standardizedPath(bundle.path);
+    for (const auto& app : running) {
+        if (app.bundleURL && PathNames::standardizedPath(app.bundleURL->native()) == place) return &app;
+    }
+    if (!bundle.bundleID) return nullptr;
+    for (const auto& app : running) {
+        if (app.bundleIdentifier == bundle.bundleID) return &app;
+    }
+    return nullptr;
+}
+
+asio::awaitable<std::optional<RunningApplication>> open(Workspace& workspace, std::filesystem::path application,
+                                                        std::vector<std::filesystem::path> documents) {
+    using Opened = std::optional<RunningApplication>;
+    co_return co_await Resumption<Opened>::suspend([&](Resumption<Opened> done) {
+        auto completion = [done](Opened app, std::exception_ptr error) mutable {
+            if (error) done.fail(error);
+            else done.resume(std::move(app));
+        };
+        const Workspace::OpenConfiguration configuration{.activates = true};
+        if (documents.empty()) workspace.openApplication(application, configuration, completion);
+        else workspace.openURLs(documents, application, configuration, completion);
+    });
+}
+
+}  // namespace
+
+std::vector<GuestApp> list(const std::filesystem::path& appsDir, Workspace& workspace) {
+    const AppScanner scanner{.options = {.roots = {appsDir}, .includeApple = true, .maxDepth = 1}};
+    const AppScanner::Report report = scanner.scan();
+    const std::vector<RunningApplication> running = workspace.runningApplications();
+    std::vector<GuestApp> apps;
+    apps.reserve(report.apps.size());
+    for (const auto& bundle : report.apps) {
+        GuestApp app{.bundleID = bundle.bundleID.value_or(""),
+                     .name = bundle.name,
+                     .path = bundle.path,
+                     .version = bundle.version};
+        if (const RunningApplication* match = runningMatch(bundle, running)) {
+            app.running = true;
+            app.pid = match->processIdentifier;
+        }
+        apps.push_back(std::move(app));
+    }
+    return apps;
+}
+
+asio::awaitable<LaunchResult> launch(LaunchRequest request, std::filesystem::path appsDir,
+                                     std::vector<std::filesystem::path> openRoots,
+                                     std::vector<std::filesystem::path> excluded, bool allowSystemLookup,
+                                     std::shared_ptr<Workspace> workspace) {
+    std::filesystem::path application;
+    if (request.path) {
+        const std::string path = PathNames::standardizedPath(*request.path);
+        if (!lies(path, appsDir) || PathNames::extension(PathNames::lastComponent(path)) != "app")
+            throw ControlError("forbidden", "can only launch apps from " + PathNames::urlPath(appsDir.native()));
+        application = path;
+    } else if (request.bundleID) {
+        for (const auto& app : list(appsDir, *workspace)) {
+            if (app.bundleID == *request.bundleID) {
+                application = app.path;
+                break;
+            }
+        }
+        if (application.empty() && allowSystemLookup) {
+            if (auto found = workspace->urlForApplication(*request.bundleID)) application = *found;
+        }
+        if (application.empty()) throw ControlError("notFound", "no app with bundle id " + *request.bundleID);
+    } else {
+        throw ControlError("badRequest", "launchApp needs a path or bundle id");
+    }
+
+    // The host may still be writing a document into the share.
+    for (const auto& path : request.openFiles) {
+        for (int round = 0; round < documentRounds && !fileExists(path); ++round) {
+            try {
+                co_await sleepFor(documentRoundDelay);
+            } catch (const std::system_error&) {
+                // A cancelled sleep only shortens the round.
+            }
+        }
+    }
+    std::vector<std::filesystem::path> documents;
+    for (const auto& path : request.openFiles) {
+        auto allowed = allowedDocument(path, openRoots, excluded);
+        if (!allowed) throw ControlError("forbidden", "file outside the shared folders: " + path);
+        documents.push_back(std::move(*allowed));
+    }
+
+    const std::optional<RunningApplication> app = co_await open(*workspace, application, std::move(documents));
+    LaunchResult result;
+    if (app && app->bundleIdentifier) result.bundleID = *app->bundleIdentifier;
+    else result.bundleID = request.bundleID.value_or("");
+    result.pid = app ? app->processIdentifier : 0;
+    co_return result;
+}
+
+std::optional<std::filesystem::path> allowedDocument(const std::string& path,
+                                                     const std::vector<std::filesystem::path>& roots,
+                                                     const std::vector<std::filesystem::path>& excluded) {
+    if (!path.starts_with('/')) return std::nullopt;
+    const std::string resolved = SafePaths::resolvedPath(path);
+    for (const auto& root : roots) {
+        const std::string resolvedRoot = SafePaths::resolvedPath(root.native());
+        const std::string rootPrefix = withSlash(resolvedRoot);
+        if (!resolved.starts_with(rootPrefix)) continue;
+        // Hidden folders above the root don't count.
+        if (hasHiddenComponent(std::string_view(resolved).substr(resolvedRoot.size()))) continue;
+        bool excludedHere = false;
+        for (const auto& exclusion : excluded) {
+            const std::string resolvedExclusion = SafePaths::resolvedPath(exclusion.native());
+            const std::string exclusionPrefix = withSlash(resolvedExclusion);
+            if (!resolved.starts_with(exclusionPrefix)) continue;
+            // An exclusion never takes away a root that lies inside it.
+            if (resolvedRoot == resolvedExclusion || resolvedRoot.starts_with(exclusionPrefix)) continue;
+            excludedHere = true;
+            break;
+        }
+        if (!excludedHere) return std::filesystem::path(resolved);
+    }
+    return std::nullopt;
+}
+
+void quit(int32_t pid, const std::filesystem::path& appsDir, Workspace& workspace) {
+    const std::optional<RunningApplication> app = workspace.runningApplication(pid);
+    if (!app || !app->bundleURL || !lies(PathNames::standardizedPath(app->bundleURL->native()), appsDir))
+        throw ControlError("forbidden", "not a Tessel app: " + std::to_string(pid));
+    (void)workspace.terminate(pid);
+}
+
+bool rosettaInstalled(const std::filesystem::path& marker) { return fileExists(marker.native()); }
+
+}  // namespace tsl::AppCatalog

@@ -1,0 +1,52 @@
+#include "TslCore/Diagnostics/DiagnosticsPattern.h"
+
+#include <initializer_list>
+
+#include "TslCore/Diagnostics/DiagnosticsSchemaFile.h"
+
+namespace tsl {
+
+namespace {
+
+// The node at a path of definition and property names.
+std::optional<SchemaNode> nodeAt(std::initializer_list<const char*> path) {
+    const auto& defs = DiagnosticsSchemaFile::defs();
+    auto it = path.begin();
+    auto found = defs.find(*it);
+    if (found == defs.end()) return std::nullopt;
+    std::optional<SchemaNode> node = found->second;
+    for (++it; node && it != path.end(); ++it) node = node->property(*it, defs);
+    return node;
+}
+
+DiagnosticsPattern::Regex regexAt(std::initializer_list<const char*> path) {
+    const auto node = nodeAt(path);
+    const auto pattern = node ? node->pattern(DiagnosticsSchemaFile::defs()) : std::nullopt;
+    return pattern ? SchemaRegex::compiled(*pattern) : nullptr;
+}
+
+DiagnosticsPattern build() {
+    DiagnosticsPattern p;
+    p.bundleIDNode = nodeAt({"appEvent", "bundleId"});
+    p.version = regexAt({"appEvent", "version"});
+    p.crashType = regexAt({"appEvent", "crash", "type"});
+    p.signal = regexAt({"appEvent", "crash", "signal"});
+    p.hash = regexAt({"appEvent", "crash", "hash"});
+    p.model = regexAt({"sessionEvent", "mac", "model"});
+    p.chip = regexAt({"sessionEvent", "mac", "chip"});
+    p.os = regexAt({"os", "os"});
+    p.osBuild = regexAt({"os", "build"});
+    p.code = regexAt({"code"});
+    if (const auto arch = nodeAt({"appEvent", "arch"}))
+        if (const auto* list = arch->as<SchemaNode::OneOfStrings>()) p.arch.insert(list->values.begin(), list->values.end());
+    return p;
+}
+
+}  // namespace
+
+const DiagnosticsPattern& DiagnosticsPattern::shared() {
+    static const DiagnosticsPattern built = build();
+    return built;
+}
+
+}  // namespace tsl

@@ -1,0 +1,185 @@
+#include "TslCore/Diagnostics/DiagnosticsQueue.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+
+#include "TslCore/Diagnostics/DiagnosticsGuard.h"
+#include "TslCore/Diagnostics/DiagnosticsSanitizer.h"
+
+namespace tsl {
+
+using nlohmann::json;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* eventsFile = "events.json";
+constexpr const char* batchFile = "batch.json";
+constexpr const char* reportsFile = "reports.json";
+
+std::optional<json> readJSON(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return std::nullopt;
+    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    json value = json::parse(text, nullptr, false);
+    if (value.is_discarded()) return std::nullopt;
+    return value;
+}
+
+bool writeAll(int fd, const std::string& text) {
+    size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        done += size_t(n);
+    }
+    return true;
+}
+
+DiagnosticsQueue::InFlight decodeInFlight(const json& j) {
+    DiagnosticsQueue::InFlight v;
+    j.at("id").get_to(v.id);
+    const json& count = j.at("count");
+    if (!count.is_number_integer() && !count.is_number_unsigned()) throw std::invalid_argument("count");
+    v.count = count.get<int64_t>();
+    return v;
+}
+
+}  // namespace
+
+DiagnosticsQueue::DiagnosticsQueue(fs::path folder, std::vector<std::string> personal)
+    : _folder(std::move(folder)), _personal(std::move(personal)) {}
+
+int64_t DiagnosticsQueue::currentSeconds() {
+    return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+void DiagnosticsQueue::append(const DiagnosticEvent& event, int64_t now) {
+    const auto cleaned = DiagnosticsSanitizer::sanitize(event);
+    if (!cleaned || !DiagnosticsGuard::check(*cleaned, _personal, now)) return;
+    std::lock_guard guard(_lock);
+    auto list = readEvents();
+    const bool trimmed = list.size() >= maxEvents;
+    list.push_back(*cleaned);
+    if (trimmed) {
+        list.erase(list.begin(), list.end() - maxEvents);
+        remove(batchFile);  // the head moved: an in-flight count no longer fits
+    }
+    write(eventsFile, json(list).dump());
+}
+
+std::vector<DiagnosticEvent> DiagnosticsQueue::events() {
+    std::lock_guard guard(_lock);
+    return readEvents();
+}
+
+void DiagnosticsQueue::dropFirst(size_t n) {
+    std::lock_guard guard(_lock);
+    auto list = readEvents();
+    list.erase(list.begin(), list.begin() + std::min(n, list.size()));
+    write(eventsFile, json(list).dump());
+    remove(batchFile);
+}
+
+void DiagnosticsQueue::clearEvents() {
+    std::lock_guard guard(_lock);
+    remove(eventsFile);
+    remove(batchFile);
+}
+
+std::optional<DiagnosticsQueue::InFlight> DiagnosticsQueue::inFlight() {
+    std::lock_guard guard(_lock);
+    const auto value = readJSON(file(batchFile));
+    if (!value) return std::nullopt;
+    try {
+        return decodeInFlight(*value);
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+void DiagnosticsQueue::setInFlight(const InFlight& record) {
+    std::lock_guard guard(_lock);
+    write(batchFile, json{{"id", record.id}, {"count", record.count}}.dump());
+}
+
+std::vector<ProblemReport> DiagnosticsQueue::reports() {
+    std::lock_guard guard(_lock);
+    return readReports().value_or(std::vector<ProblemReport>{});
+}
+
+void DiagnosticsQueue::enqueue(const ProblemReport& report) {
+    std::lock_guard guard(_lock);
+    auto list = readReports().value_or(std::vector<ProblemReport>{});
+    std::erase_if(list, [&](const ProblemReport& r) { return r.id == report.id; });
+    list.push_back(report);
+    if (list.size() > maxReports) list.erase(list.begin(), list.end() - maxReports);
+    write(reportsFile, json(list).dump());
+}
+
+void DiagnosticsQueue::removeReport(const std::optional<std::string>& id) {
+    std::lock_guard guard(_lock);
+    auto list = readReports().value_or(std::vector<ProblemReport>{});
+    std::erase_if(list, [&](const ProblemReport& r) { return r.id == id; });
+    write(reportsFile, json(list).dump());
+}
+
+void DiagnosticsQueue::stripReportDiagnostics() {
+    std::lock_guard guard(_lock);
+    auto list = readReports();
+    if (!list) return;
+    for (auto& report : *list) report.diagnostics.reset();
+    write(reportsFile, json(*list).dump());
+}
+
+std::vector<DiagnosticEvent> DiagnosticsQueue::readEvents() const {
+    const auto value = readJSON(file(eventsFile));
+    if (!value) return {};
+    try {
+        return value->get<std::vector<DiagnosticEvent>>();
+    } catch (const std::exception&) {
+        return {};
+    }
+}
+
+std::optional<std::vector<ProblemReport>> DiagnosticsQueue::readReports() const {
+    const auto value = readJSON(file(reportsFile));
+    if (!value) return std::nullopt;
+    try {
+        return value->get<std::vector<ProblemReport>>();
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+// Written beside the target and renamed over it, so that a reader, or a
+// process killed mid-write, sees the old file or the new one, never a part.
+// No sync: the rename is what keeps the file whole, as the platform's atomic
+// write does.
+void DiagnosticsQueue::write(const char* name, const std::string& text) const {
+    std::error_code ec;
+    fs::create_directories(_folder, ec);
+    ::chmod(_folder.c_str(), 0700);
+    std::string temporary = (_folder / (std::string(".") + name + ".XXXXXX")).string();
+    const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
+    if (fd < 0) return;
+    const bool written = ::fchmod(fd, 0600) == 0 && writeAll(fd, text);
+    ::close(fd);
+    if (!written || ::rename(temporary.c_str(), file(name).c_str()) != 0) {
+        ::unlink(temporary.c_str());
+        return;
+    }
+    ::chmod(file(name).c_str(), 0600);
+}
+
+void DiagnosticsQueue::remove(const char* name) const { ::unlink(file(name).c_str()); }
+
+}  // namespace tsl

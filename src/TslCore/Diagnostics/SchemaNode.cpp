@@ -1,0 +1,408 @@
+#include "TslCore/Diagnostics/SchemaNode.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <set>
+
+#include "TslCore/Diagnostics/SchemaRegex.h"
+
+namespace tsl {
+
+using nlohmann::json;
+using Problem = DiagnosticsValidator::Problem;
+
+namespace {
+
+constexpr std::string_view defsPrefix = "#/$defs/";
+// Documents and values from outside may nest (or refer) without end; the
+// language's own schemas stay far below this.
+constexpr int maxDepth = 64;
+
+template <class... F>
+struct Overloaded : F... {
+    using F::operator()...;
+};
+template <class... F>
+Overloaded(F...) -> Overloaded<F...>;
+
+[[noreturn]] void fail(const std::string& at, const std::string& message) { throw SchemaNode::ParseError(at + message); }
+
+std::optional<int64_t> readInteger(const json& object, const std::string& key, const std::string& at) {
+    auto it = object.find(key);
+    if (it == object.end()) return std::nullopt;
+    if (it->is_number() && !it->is_boolean()) {
+        const double d = it->get<double>();
+        if (it->is_number_integer()) return it->get<int64_t>();
+        if (it->is_number_unsigned() && it->get<uint64_t>() <= uint64_t(INT64_MAX)) return int64_t(it->get<uint64_t>());
+        if (std::isfinite(d) && d == std::trunc(d) && std::fabs(d) < 9.2e18) return int64_t(d);
+    }
+    fail(at, ": " + key + " not an integer");
+}
+
+std::optional<double> readDouble(const json& object, const std::string& key) {
+    auto it = object.find(key);
+    if (it == object.end() || !it->is_number() || it->is_boolean()) return std::nullopt;
+    return it->get<double>();
+}
+
+bool startsWith(const std::string& s, std::string_view prefix) { return s.compare(0, prefix.size(), prefix) == 0; }
+
+SchemaNode::Payload parseNode(const json& input, const std::string& at, int depth) {
+    if (!input.is_object()) fail(at, ": not an object");
+    if (depth > maxDepth) fail(at, ": nested too deeply");
+    json node = input;
+    node.erase("description");
+    std::set<std::string> keys;
+    for (const auto& [key, _] : node.items()) keys.insert(key);
+
+    if (keys == std::set<std::string>{"$ref"}) {
+        const json& ref = node["$ref"];
+        if (!ref.is_string() || !startsWith(ref.get_ref<const std::string&>(), defsPrefix))
+            fail(at, ": only local $defs references");
+        return SchemaNode::Ref{ref.get<std::string>().substr(defsPrefix.size())};
+    }
+    if (keys == std::set<std::string>{"const"}) {
+        const json& value = node["const"];
+        if (value.is_boolean()) return SchemaNode::ConstBool{value.get<bool>()};
+        if (const auto integer = SchemaJSON::integer(value)) return SchemaNode::ConstInt{*integer};
+        if (value.is_string()) return SchemaNode::ConstString{value.get<std::string>()};
+        fail(at, ": unsupported const");
+    }
+    if (keys == std::set<std::string>{"enum"}) {
+        const json& value = node["enum"];
+        if (!value.is_array() || value.empty() ||
+            !std::all_of(value.begin(), value.end(), [](const json& v) { return v.is_string(); }))
+            fail(at, ": enum must list strings");
+        return SchemaNode::OneOfStrings{value.get<std::vector<std::string>>()};
+    }
+    if (keys == std::set<std::string>{"oneOf"}) {
+        const json& value = node["oneOf"];
+        if (!value.is_array()) fail(at, ": oneOf must be a list");
+        SchemaNode::OneOf result;
+        for (size_t i = 0; i < value.size(); ++i)
+            result.alternatives.emplace_back(parseNode(value[i], at + "/oneOf/" + std::to_string(i), depth + 1));
+        return result;
+    }
+
+    static const std::map<std::string, std::set<std::string>> allowed{
+        {"object", {"type", "additionalProperties", "required", "properties"}},
+        {"string", {"type", "pattern", "minLength", "maxLength"}},
+        {"integer", {"type", "minimum", "maximum"}},
+        {"number", {"type", "minimum", "maximum"}},
+        {"array", {"type", "items", "minItems", "maxItems"}},
+    };
+    const json* typeValue = node.contains("type") ? &node["type"] : nullptr;
+    const auto row = typeValue && typeValue->is_string() ? allowed.find(typeValue->get<std::string>()) : allowed.end();
+    if (row == allowed.end()) fail(at, ": unsupported or missing type");
+    const std::string& type = row->first;
+    for (const auto& key : keys)
+        if (!row->second.contains(key)) fail(at, ": keyword " + key + " not implemented for type " + type);
+
+    if (type == "string") {
+        SchemaNode::String result;
+        if (node.contains("pattern")) {
+            const json& p = node["pattern"];
+            const std::string text = p.is_string() ? p.get<std::string>() : "";
+            const bool anchored = text.size() >= 2 && text.front() == '^' && text.back() == '$' &&
+                                  !(text.size() >= 3 && text[text.size() - 2] == '\\');
+            if (!anchored) fail(at, ": pattern must be anchored with ^\u2026$");
+            result.pattern = text;
+        }
+        result.minLength = readInteger(node, "minLength", at);
+        result.maxLength = readInteger(node, "maxLength", at);
+        return result;
+    }
+    if (type == "integer") {
+        auto minimum = readInteger(node, "minimum", at), maximum = readInteger(node, "maximum", at);
+        if (!minimum || !maximum) fail(at, ": needs minimum and maximum");
+        return SchemaNode::Integer{*minimum, *maximum};
+    }
+    if (type == "number") {
+        auto minimum = readDouble(node, "minimum"), maximum = readDouble(node, "maximum");
+        if (!minimum || !maximum) fail(at, ": needs minimum and maximum");
+        return SchemaNode::Number{*minimum, *maximum};
+    }
+    if (type == "array") {
+        if (!node.contains("items")) fail(at, ": array without items");
+        SchemaNode items(parseNode(node["items"], at + "/items", depth + 1));
+        return SchemaNode::Array{std::move(items), readInteger(node, "minItems", at), readInteger(node, "maxItems", at)};
+    }
+    // object
+    const auto additional = node.find("additionalProperties");
+    if (additional == node.end() || !additional->is_boolean() || additional->get<bool>())
+        fail(at, ": objects must say additionalProperties: false");
+    SchemaNode::Object result;
+    if (auto required = node.find("required"); required != node.end()) {
+        if (!required->is_array() ||
+            !std::all_of(required->begin(), required->end(), [](const json& v) { return v.is_string(); }))
+            fail(at, ": required must list strings");
+        result.required = required->get<std::vector<std::string>>();
+        std::sort(result.required.begin(), result.required.end());
+    }
+    if (auto properties = node.find("properties"); properties != node.end()) {
+        if (!properties->is_object()) fail(at, ": properties must be an object");
+        for (const auto& [key, value] : properties->items())
+            result.properties.emplace(key, SchemaNode(parseNode(value, at + "/" + key, depth + 1)));
+    }
+    for (const auto& key : result.required)
+        if (!result.properties.contains(key)) fail(at, ": required key without a property");
+    return result;
+}
+
+std::string child(const std::string& field, const std::string& key) { return field.empty() ? key : field + "." + key; }
+
+std::optional<std::string> typeText(const json* value) {
+    if (!value || !value->is_object()) return std::nullopt;
+    auto it = value->find("type");
+    if (it == value->end() || !it->is_string()) return std::nullopt;
+    return it->get<std::string>();
+}
+
+}  // namespace
+
+namespace SchemaJSON {
+
+std::optional<int64_t> integer(const json& value) {
+    if (!value.is_number() || value.is_boolean()) return std::nullopt;
+    const double d = value.get<double>();
+    if (!std::isfinite(d) || d != std::trunc(d) || std::fabs(d) >= 9e15) return std::nullopt;
+    if (value.is_number_integer()) return value.get<int64_t>();
+    return int64_t(d);
+}
+
+size_t scalarCount(std::string_view text) {
+    return size_t(std::count_if(text.begin(), text.end(), [](char c) { return (uint8_t(c) & 0xC0) != 0x80; }));
+}
+
+std::string doubleText(double value) {
+    if (std::isnan(value)) return "nan";
+    if (std::isinf(value)) return value < 0 ? "-inf" : "inf";
+    char buffer[64];
+    const double magnitude = std::fabs(value);
+    const bool scientific = magnitude != 0 && (magnitude >= 9007199254740992.0 || magnitude < 1e-4);
+    auto result = std::to_chars(buffer, buffer + sizeof buffer, value,
+                                scientific ? std::chars_format::scientific : std::chars_format::fixed);
+    std::string text(buffer, result.ptr);
+    if (!scientific && text.find('.') == std::string::npos) text += ".0";
+    return text;
+}
+
+}  // namespace SchemaJSON
+
+SchemaNode::SchemaNode(Payload payload) : _payload(std::make_shared<const Payload>(std::move(payload))) {}
+
+SchemaNode::SchemaNode(const json& input, const std::string& at) : SchemaNode(parseNode(input, at, 0)) {}
+
+SchemaNode::File SchemaNode::parseFile(std::string_view data) {
+    json document = json::parse(data.begin(), data.end(), nullptr, false);
+    if (document.is_discarded() || !document.is_object()) throw ParseError("not a JSON object");
+    static const std::set<std::string> topLevel{"$schema", "$id", "title", "description", "x-tsl-rules", "$ref", "$defs"};
+    for (const auto& [key, _] : document.items())
+        if (!topLevel.contains(key)) throw ParseError("top level: unknown keyword " + key);
+    const auto ref = document.find("$ref");
+    const auto defs = document.find("$defs");
+    if (ref == document.end() || !ref->is_string() || !startsWith(ref->get_ref<const std::string&>(), defsPrefix) ||
+        defs == document.end() || !defs->is_object())
+        throw ParseError("top level: $ref/$defs missing");
+    File file;
+    for (const auto& [name, value] : defs->items())
+        file.defs.emplace(name, SchemaNode(value, std::string(defsPrefix) + name));
+    file.root = ref->get<std::string>().substr(defsPrefix.size());
+    if (auto rules = document.find("x-tsl-rules"); rules != document.end() && rules->is_array() &&
+                                                   std::all_of(rules->begin(), rules->end(),
+                                                               [](const json& v) { return v.is_string(); }))
+        file.rules = rules->get<std::vector<std::string>>();
+    return file;
+}
+
+json SchemaNode::document() const {
+    return std::visit(
+        Overloaded{
+            [](const Ref& n) { return json{{"$ref", std::string(defsPrefix) + n.name}}; },
+            [](const ConstBool& n) { return json{{"const", n.value}}; },
+            [](const ConstInt& n) { return json{{"const", n.value}}; },
+            [](const ConstString& n) { return json{{"const", n.value}}; },
+            [](const OneOfStrings& n) { return json{{"enum", n.values}}; },
+            [](const OneOf& n) {
+                json list = json::array();
+                for (const auto& a : n.alternatives) list.push_back(a.document());
+                return json{{"oneOf", list}};
+            },
+            [](const Object& n) {
+                json result{{"type", "object"}, {"additionalProperties", false}};
+                json properties = json::object();
+                for (const auto& [key, node] : n.properties) properties[key] = node.document();
+                if (!n.properties.empty()) result["properties"] = properties;
+                if (!n.required.empty()) result["required"] = n.required;
+                return result;
+            },
+            [](const String& n) {
+                json result{{"type", "string"}};
+                if (n.pattern) result["pattern"] = *n.pattern;
+                if (n.minLength) result["minLength"] = *n.minLength;
+                if (n.maxLength) result["maxLength"] = *n.maxLength;
+                return result;
+            },
+            [](const Integer& n) { return json{{"type", "integer"}, {"minimum", n.minimum}, {"maximum", n.maximum}}; },
+            [](const Number& n) { return json{{"type", "number"}, {"minimum", n.minimum}, {"maximum", n.maximum}}; },
+            [](const Array& n) {
+                json result{{"type", "array"}, {"items", n.items.document()}};
+                if (n.minItems) result["minItems"] = *n.minItems;
+                if (n.maxItems) result["maxItems"] = *n.maxItems;
+                return result;
+            },
+        },
+        *_payload);
+}
+
+void SchemaNode::validate(const json* value, const SchemaDefs& defs, const std::string& field) const {
+    validate(value, defs, field, 0);
+}
+
+void SchemaNode::validate(const json* value, const SchemaDefs& defs, const std::string& field, int depth) const {
+    if (depth > maxDepth) throw Problem(field, "nested too deeply");
+    std::visit(
+        Overloaded{
+            [&](const Ref& n) {
+                auto it = defs.find(n.name);
+                if (it == defs.end()) throw Problem(field, "schema has no definition " + n.name);
+                it->second.validate(value, defs, field, depth + 1);
+            },
+            [&](const ConstBool& n) {
+                if (!value || !value->is_boolean() || value->get<bool>() != n.value)
+                    throw Problem(field, n.value ? "must be true" : "must be false");
+            },
+            [&](const ConstInt& n) {
+                const auto v = value ? SchemaJSON::integer(*value) : std::nullopt;
+                if (v != n.value) throw Problem(field, "must be " + std::to_string(n.value));
+            },
+            [&](const ConstString& n) {
+                if (!value || !value->is_string() || value->get_ref<const std::string&>() != n.value)
+                    throw Problem(field, "must be " + n.value);
+            },
+            [&](const OneOfStrings& n) {
+                if (!value || !value->is_string() ||
+                    std::find(n.values.begin(), n.values.end(), value->get_ref<const std::string&>()) == n.values.end())
+                    throw Problem(field, "unknown value");
+            },
+            [&](const OneOf& n) {
+                const auto claimed = typeText(value);
+                int accepted = 0;
+                std::optional<Problem> kept;
+                for (const auto& alternative : n.alternatives) {
+                    try {
+                        alternative.validate(value, defs, field, depth + 1);
+                        ++accepted;
+                    } catch (const Problem& problem) {
+                        if (!kept && alternative.typeConst(defs) == claimed) kept = problem;
+                    }
+                }
+                if (accepted == 1) return;
+                if (accepted > 1) throw Problem(field, "matches more than one kind of event");
+                if (kept) throw *kept;
+                throw Problem(field + ".type", "unknown");
+            },
+            [&](const Object& n) {
+                if (!value) throw Problem(field, "missing");
+                if (!value->is_object()) throw Problem(field, "not an object");
+                for (const auto& [key, _] : value->items())
+                    if (!n.properties.contains(key)) throw Problem(child(field, key), "not allowed");
+                for (const auto& key : n.required)
+                    if (!value->contains(key)) throw Problem(child(field, key), "missing");
+                for (const auto& [key, node] : n.properties)
+                    if (auto it = value->find(key); it != value->end())
+                        node.validate(&*it, defs, child(field, key), depth + 1);
+            },
+            [&](const String& n) {
+                if (!value || !value->is_string()) throw Problem(field, "not a string");
+                const auto& text = value->get_ref<const std::string&>();
+                const auto length = int64_t(SchemaJSON::scalarCount(text));
+                if (n.minLength && length < *n.minLength)
+                    throw Problem(field, "shorter than " + std::to_string(*n.minLength));
+                if (n.maxLength && length > *n.maxLength)
+                    throw Problem(field, "longer than " + std::to_string(*n.maxLength));
+                if (n.pattern) {
+                    const auto regex = SchemaRegex::compiled(*n.pattern);
+                    if (!regex || !SchemaRegex::matches(*regex, text)) throw Problem(field, "outside its pattern");
+                }
+            },
+            [&](const Integer& n) {
+                const auto v = value ? SchemaJSON::integer(*value) : std::nullopt;
+                if (!v || *v < n.minimum || *v > n.maximum)
+                    throw Problem(field, "not an integer in " + std::to_string(n.minimum) + "\u2026" +
+                                             std::to_string(n.maximum));
+            },
+            [&](const Number& n) {
+                const bool ok = value && value->is_number() && !value->is_boolean() &&
+                                std::isfinite(value->get<double>()) && value->get<double>() >= n.minimum &&
+                                value->get<double>() <= n.maximum;
+                if (!ok)
+                    throw Problem(field, "not a number in " + SchemaJSON::doubleText(n.minimum) + "\u2026" +
+                                             SchemaJSON::doubleText(n.maximum));
+            },
+            [&](const Array& n) {
+                if (!value || !value->is_array()) throw Problem(field, "not a list");
+                const auto count = int64_t(value->size());
+                if (n.minItems && count < *n.minItems)
+                    throw Problem(field, "fewer than " + std::to_string(*n.minItems) + " items");
+                if (n.maxItems && count > *n.maxItems)
+                    throw Problem(field, "more than " + std::to_string(*n.maxItems) + " items");
+                for (size_t i = 0; i < value->size(); ++i)
+                    n.items.validate(&(*value)[i], defs, field + "[" + std::to_string(i) + "]", depth + 1);
+            },
+        },
+        *_payload);
+}
+
+const SchemaNode* SchemaNode::resolved(const SchemaDefs& defs) const {
+    const SchemaNode* node = this;
+    for (int hops = 0; hops <= maxDepth; ++hops) {
+        const auto* ref = node->as<Ref>();
+        if (!ref) return node;
+        auto it = defs.find(ref->name);
+        if (it == defs.end()) return nullptr;
+        node = &it->second;
+    }
+    return nullptr;  // a loop of references
+}
+
+std::optional<SchemaNode> SchemaNode::property(const std::string& name, const SchemaDefs& defs) const {
+    const auto* node = resolved(defs);
+    const auto* object = node ? node->as<Object>() : nullptr;
+    if (!object) return std::nullopt;
+    auto it = object->properties.find(name);
+    if (it == object->properties.end()) return std::nullopt;
+    return it->second;
+}
+
+std::optional<std::string> SchemaNode::pattern(const SchemaDefs& defs) const {
+    const auto* node = resolved(defs);
+    const auto* string = node ? node->as<String>() : nullptr;
+    return string ? string->pattern : std::nullopt;
+}
+
+std::optional<std::pair<int64_t, int64_t>> SchemaNode::intRange(const SchemaDefs& defs) const {
+    const auto* node = resolved(defs);
+    const auto* integer = node ? node->as<Integer>() : nullptr;
+    if (!integer) return std::nullopt;
+    return std::pair{integer->minimum, integer->maximum};
+}
+
+std::optional<std::pair<double, double>> SchemaNode::numberRange(const SchemaDefs& defs) const {
+    const auto* node = resolved(defs);
+    if (!node) return std::nullopt;
+    if (const auto* number = node->as<Number>()) return std::pair{number->minimum, number->maximum};
+    if (const auto* integer = node->as<Integer>()) return std::pair{double(integer->minimum), double(integer->maximum)};
+    return std::nullopt;
+}
+
+std::optional<std::string> SchemaNode::typeConst(const SchemaDefs& defs) const {
+    const auto type = property("type", defs);
+    const auto* node = type ? type->resolved(defs) : nullptr;
+    const auto* constant = node ? node->as<ConstString>() : nullptr;
+    if (!constant) return std::nullopt;
+    return constant->value;
+}
+
+}  // namespace tsl

@@ -1,0 +1,15 @@
+#pragma once
+#include <optional>
+#include <vector>
+
+namespace tsl {
+
+// Summaries of measured samples. Percentiles use the nearest rank and never
+// interpolate, so every figure reported is one that was measured.
+namespace Stats {
+std::optional<double> percentile(std::vector<double> values, double percentage);
+std::optional<double> median(const std::vector<double>& values);
+std::optional<double> mean(const std::vector<double>& values);
+}  // namespace Stats
+
+}  // namespace tsl

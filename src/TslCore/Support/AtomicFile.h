@@ -1,0 +1,16 @@
+#pragma once
+#include <sys/types.h>
+
+#include <string>
+#include <string_view>
+
+namespace tsl {
+
+// Replaces the file at `path` with `bytes` so that a reader, or the file after
+// a crash at any moment, holds either the old content or the new one: a fresh
+// file beside it is written and made durable, renamed over the old one, and
+// the folder is made durable too. Throws Error naming the step that failed;
+// nothing is left behind on failure.
+void writeFileAtomically(const std::string& path, std::string_view bytes, mode_t mode = 0644);
+
+}  // namespace tsl

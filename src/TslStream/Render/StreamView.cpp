@@ -1,0 +1,258 @@
+#include "TslStream/Render/StreamView.h"
+
+#include <SDL.h>
+
+#include <cmath>
+#include <map>
+
+#include "TslCore/Support/Error.h"
+#include "TslStream/Codec/PixelBuffers.h"
+#include "TslStream/Input/HostKeyboard.h"
+
+namespace tsl {
+namespace {
+
+// Views by their window-system window, to route events; main thread only.
+std::map<uint32_t, StreamView*>& views() {
+    static std::map<uint32_t, StreamView*> table;
+    return table;
+}
+
+uint64_t flagsOf(uint16_t mod) {
+    uint64_t flags = 0;
+    if (mod & KMOD_SHIFT) flags |= HostKeyboard::shiftFlag;
+    if (mod & KMOD_CTRL) flags |= HostKeyboard::controlFlag;
+    if (mod & KMOD_ALT) flags |= HostKeyboard::optionFlag;
+    if (mod & KMOD_GUI) flags |= HostKeyboard::commandFlag;
+    if (mod & KMOD_CAPS) flags |= HostKeyboard::capsLockFlag;
+    return flags;
+}
+
+std::optional<uint32_t> eventWindow(const SDL_Event& e) {
+    switch (e.type) {
+        case SDL_WINDOWEVENT: return e.window.windowID;
+        case SDL_KEYDOWN:
+        case SDL_KEYUP: return e.key.windowID;
+        case SDL_MOUSEMOTION: return e.motion.windowID;
+        case SDL_MOUSEBUTTONDOWN:
+        case SDL_MOUSEBUTTONUP: return e.button.windowID;
+        case SDL_MOUSEWHEEL: return e.wheel.windowID;
+        case SDL_DROPBEGIN:
+        case SDL_DROPFILE:
+        case SDL_DROPTEXT:
+        case SDL_DROPCOMPLETE: return e.drop.windowID;
+        default: return std::nullopt;
+    }
+}
+
+}  // namespace
+
+struct StreamView::Window {
+    SDL_Window* window = nullptr;
+    SDL_Renderer* renderer = nullptr;
+    SDL_Texture* texture = nullptr;
+    int textureWidth = 0, textureHeight = 0;
+
+    ~Window() {
+        if (texture) SDL_DestroyTexture(texture);
+        if (renderer) SDL_DestroyRenderer(renderer);
+        if (window) SDL_DestroyWindow(window);
+    }
+};
+
+bool StreamView::displayAvailable() {
+    static const bool available = [] {
+        // A click into an inactive window reaches the guest, as the first click should.
+        SDL_SetHint(SDL_HINT_MOUSE_FOCUS_CLICKTHROUGH, "1");
+        return SDL_InitSubSystem(SDL_INIT_VIDEO) == 0;
+    }();
+    return available;
+}
+
+StreamView::StreamView(uint32_t windowID, double x, double y, double width, double height, const std::string& title)
+    : window(std::make_unique<Window>()), mapper(windowID) {
+    if (!displayAvailable()) throw Error(std::string("no display: ") + SDL_GetError());
+    int w = std::max(1, int(std::lround(width))), h = std::max(1, int(std::lround(height)));
+    window->window = SDL_CreateWindow(title.c_str(), int(std::lround(x)), int(std::lround(y)), w, h,
+                                      SDL_WINDOW_RESIZABLE | SDL_WINDOW_ALLOW_HIGHDPI);
+    if (!window->window) throw Error(std::string("cannot open a window: ") + SDL_GetError());
+    window->renderer = SDL_CreateRenderer(window->window, -1, 0);
+    if (!window->renderer) throw Error(std::string("cannot draw into a window: ") + SDL_GetError());
+    views()[SDL_GetWindowID(window->window)] = this;
+    lastBackingScale = backingScale();
+    present();
+}
+
+StreamView::~StreamView() { views().erase(SDL_GetWindowID(window->window)); }
+
+double StreamView::sanitizedScale(double scale) {
+    if (!std::isfinite(scale)) return 1.0;
+    return std::clamp(scale, 0.25, 8.0);
+}
+
+double StreamView::backingScale() const {
+    int pw = 0, ph = 0, ww = 0, wh = 0;
+    SDL_GetRendererOutputSize(window->renderer, &pw, &ph);
+    SDL_GetWindowSize(window->window, &ww, &wh);
+    return ww > 0 && pw > 0 ? double(pw) / ww : 1.0;
+}
+
+void StreamView::show(std::shared_ptr<PixelBuffer> frame, double contentScale) {
+    if (!frame || !frame->hasSharedSurface() || frame->pixelFormat() != PixelBuffer::bgra) return;
+    double scale = sanitizedScale(contentScale);
+    {
+        PixelBufferLock locked(*frame, PixelBuffer::lockReadOnly);
+        if (!locked.base()) return;
+        int w = int(frame->width()), h = int(frame->height());
+        if (!window->texture || window->textureWidth != w || window->textureHeight != h) {
+            if (window->texture) SDL_DestroyTexture(window->texture);
+            // ARGB8888 lies in memory as B, G, R, A on a little-endian host: the frame's own order.
+            window->texture = SDL_CreateTexture(window->renderer, SDL_PIXELFORMAT_ARGB8888,
+                                                SDL_TEXTUREACCESS_STREAMING, w, h);
+            window->textureWidth = window->texture ? w : 0;
+            window->textureHeight = window->texture ? h : 0;
+            if (!window->texture) return;
+        }
+        SDL_UpdateTexture(window->texture, nullptr, locked.base(), int(frame->bytesPerRow()));
+    }
+    displayed = std::move(frame);
+    _contentPixelsPerPoint = scale;
+    _contentPointSize = {double(displayed->width()) / scale, double(displayed->height()) / scale};
+    _framesShown += 1;
+    present();
+}
+
+void StreamView::present() {
+    SDL_Renderer* r = window->renderer;
+    SDL_SetRenderDrawColor(r, 0, 0, 0, 255);
+    SDL_RenderClear(r);
+    if (displayed && window->texture) {
+        // One guest point per host point from the top-left corner: the frame is never fitted to the window.
+        double k = backingScale() / _contentPixelsPerPoint;
+        SDL_Rect dst{0, 0, int(std::lround(window->textureWidth * k)), int(std::lround(window->textureHeight * k))};
+        SDL_RenderCopy(r, window->texture, nullptr, &dst);
+    }
+}
+
+std::shared_ptr<PixelBuffer> StreamView::readBack() const {
+    int w = 0, h = 0;
+    SDL_GetRendererOutputSize(window->renderer, &w, &h);
+    auto out = PixelBuffers::make(w, h);
+    PixelBufferLock locked(*out, 0);
+    SDL_RenderReadPixels(window->renderer, nullptr, SDL_PIXELFORMAT_ARGB8888, locked.base(), int(out->bytesPerRow()));
+    return out;
+}
+
+void StreamView::resizeWindow(double width, double height) {
+    SDL_SetWindowSize(window->window, std::max(1, int(std::lround(width))), std::max(1, int(std::lround(height))));
+    present();
+    SDL_RenderPresent(window->renderer);
+}
+
+bool StreamView::pumpEvents() {
+    bool keepGoing = true;
+    SDL_Event event;
+    while (SDL_PollEvent(&event)) {
+        if (event.type == SDL_QUIT) keepGoing = false;
+        if (auto id = eventWindow(event)) {
+            auto found = views().find(*id);
+            if (found != views().end()) found->second->handle(event);
+        }
+        if (event.type == SDL_DROPFILE || event.type == SDL_DROPTEXT) SDL_free(event.drop.file);
+    }
+    return keepGoing;
+}
+
+void StreamView::deliver(uint32_t type, double x, double y, int64_t buttonNumber, int64_t clicks, uint16_t keyCode,
+                         uint64_t flags, double dx, double dy) {
+    // The sequence moves whether or not anyone listens.
+    auto event = mapper.map(type, x, y, buttonNumber, clicks, keyCode, flags, dx, dy);
+    if (event && onInput) onInput(*event);
+}
+
+void StreamView::handle(const SDL_Event& e) {
+    uint64_t mods = flagsOf(uint16_t(SDL_GetModState()));
+    switch (e.type) {
+        case SDL_WINDOWEVENT:
+            if (e.window.event == SDL_WINDOWEVENT_EXPOSED || e.window.event == SDL_WINDOWEVENT_SIZE_CHANGED) {
+                present();
+                SDL_RenderPresent(window->renderer);
+            }
+            if (e.window.event == SDL_WINDOWEVENT_SIZE_CHANGED || e.window.event == SDL_WINDOWEVENT_DISPLAY_CHANGED) {
+                double now = backingScale();
+                if (now != lastBackingScale) {
+                    lastBackingScale = now;
+                    if (onBackingScaleChange) onBackingScaleChange(now);
+                }
+            }
+            return;
+        case SDL_MOUSEMOTION: {
+            uint32_t held = e.motion.state;
+            if (held & SDL_BUTTON_LMASK) deliver(InputMapper::leftMouseDragged, e.motion.x, e.motion.y, 0, lastClicks, 0, mods, 0, 0);
+            else if (held & SDL_BUTTON_RMASK) deliver(InputMapper::rightMouseDragged, e.motion.x, e.motion.y, 1, lastClicks, 0, mods, 0, 0);
+            else if (held) deliver(InputMapper::otherMouseDragged, e.motion.x, e.motion.y, 2, lastClicks, 0, mods, 0, 0);
+            else deliver(InputMapper::mouseMoved, e.motion.x, e.motion.y, 0, 0, 0, mods, 0, 0);
+            return;
+        }
+        case SDL_MOUSEBUTTONDOWN:
+        case SDL_MOUSEBUTTONUP: {
+            bool down = e.type == SDL_MOUSEBUTTONDOWN;
+            if (down) lastClicks = e.button.clicks;
+            uint32_t type;
+            int64_t number;
+            switch (e.button.button) {
+                case SDL_BUTTON_LEFT: type = down ? InputMapper::leftMouseDown : InputMapper::leftMouseUp; number = 0; break;
+                case SDL_BUTTON_RIGHT: type = down ? InputMapper::rightMouseDown : InputMapper::rightMouseUp; number = 1; break;
+                default:
+                    type = down ? InputMapper::otherMouseDown : InputMapper::otherMouseUp;
+                    number = e.button.button == SDL_BUTTON_MIDDLE ? 2 : e.button.button - 1;
+            }
+            deliver(type, e.button.x, e.button.y, number, e.button.clicks, 0, mods, 0, 0);
+            return;
+        }
+        case SDL_MOUSEWHEEL: {
+            double sign = e.wheel.direction == SDL_MOUSEWHEEL_FLIPPED ? -1 : 1;
+            // A wheel reports lines; the wire carries pixels.
+            deliver(InputMapper::scrollWheel, e.wheel.mouseX, e.wheel.mouseY, 0, 0, 0, mods,
+                    InputMapper::scrollPixels(sign * e.wheel.preciseX, false),
+                    InputMapper::scrollPixels(sign * e.wheel.preciseY, false));
+            return;
+        }
+        case SDL_KEYDOWN:
+        case SDL_KEYUP: {
+            uint32_t usage = uint32_t(e.key.keysym.scancode);
+            auto code = HostKeyboard::guestKeyCode(usage);
+            if (!code) return;
+            uint64_t flags = flagsOf(e.key.keysym.mod);
+            if (HostKeyboard::isModifier(usage)) {
+                deliver(InputMapper::flagsChanged, 0, 0, 0, 0, *code, flags, 0, 0);
+                return;
+            }
+            flags |= HostKeyboard::keyFlags(usage);
+            if (e.type == SDL_KEYUP) {
+                if (swallowedKeyUps.erase(usage) == 0) deliver(InputMapper::keyUp, 0, 0, 0, 0, *code, flags, 0, 0);
+                return;
+            }
+            deliver(InputMapper::keyDown, 0, 0, 0, 0, *code, flags, 0, 0);
+            if (flags & HostKeyboard::commandFlag) {
+                // A shortcut goes to the guest whole, at once; the host keeps nothing of it.
+                deliver(InputMapper::keyUp, 0, 0, 0, 0, *code, flags, 0, 0);
+                swallowedKeyUps.insert(usage);
+            }
+            return;
+        }
+        case SDL_DROPBEGIN: pendingDrop.clear(); return;
+        case SDL_DROPFILE:
+            if (e.drop.file) pendingDrop.emplace_back(e.drop.file);
+            return;
+        case SDL_DROPCOMPLETE: {
+            auto files = std::move(pendingDrop);
+            pendingDrop.clear();
+            if (onDropFiles && !files.empty()) onDropFiles(std::move(files));
+            return;
+        }
+        default: return;
+    }
+}
+
+}  // namespace tsl

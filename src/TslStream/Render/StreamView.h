@@ -1,0 +1,87 @@
+#pragma once
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Platform/PixelBuffer.h"
+#include "TslCore/Wire/InputEvent.h"
+#include "TslStream/Input/InputMapper.h"
+
+union SDL_Event;
+
+namespace tsl {
+
+// One guest window on the host: a real window showing decoded frames at the
+// guest window's point size from the top-left corner (one point per guest
+// point, never stretched: black beyond the frame, cut where the window is
+// smaller), which turns the user's mouse, wheel and keys into InputEvents.
+// It sends nothing itself: frames come in through show, everything leaves
+// through the callbacks. Main thread only, like the window system under it.
+class StreamView {
+public:
+    struct Size {
+        double width = 0, height = 0;
+        bool operator==(const Size&) const = default;
+    };
+
+    // Whether windows can be made here (a display, or the offscreen driver).
+    // Starts the window system on first use.
+    static bool displayAvailable();
+
+    // A window `width` by `height` points at `x`, `y`. Throws Error when the
+    // window system refuses.
+    StreamView(uint32_t windowID, double x, double y, double width, double height, const std::string& title);
+    ~StreamView();
+    StreamView(const StreamView&) = delete;
+    StreamView& operator=(const StreamView&) = delete;
+
+    // `contentScale`: the frame's pixels per point (the header's hundredths
+    // divided by 100). A buffer that isn't on a shared surface is ignored.
+    void show(std::shared_ptr<PixelBuffer> frame, double contentScale);
+
+    uint64_t framesShown() const { return _framesShown; }
+    double contentPixelsPerPoint() const { return _contentPixelsPerPoint; }
+    Size contentPointSize() const { return _contentPointSize; }
+    uint32_t windowID() const { return mapper.windowID; }
+
+    std::function<void(const InputEvent&)> onInput;
+    std::function<void(double)> onBackingScaleChange;
+    // Set to take dropped files (paths); nothing refuses every drop.
+    std::function<void(std::vector<std::string>)> onDropFiles;
+
+    // Not finite gives 1; otherwise limited to 0.25 ... 8.
+    static double sanitizedScale(double scale);
+
+    // Routes every waiting window-system event to its view. False once the
+    // user asked to quit the whole program.
+    static bool pumpEvents();
+    // One event of this view's window.
+    void handle(const SDL_Event& event);
+
+    // What the window shows now, in its drawable's pixels (BGRA).
+    std::shared_ptr<PixelBuffer> readBack() const;
+    void resizeWindow(double width, double height);
+
+private:
+    void present();
+    void deliver(uint32_t type, double x, double y, int64_t buttonNumber, int64_t clicks, uint16_t keyCode,
+                 uint64_t flags, double dx, double dy);
+    double backingScale() const;
+
+    struct Window;
+    std::unique_ptr<Window> window;
+    InputMapper mapper;
+    uint64_t _framesShown = 0;
+    std::shared_ptr<PixelBuffer> displayed;
+    double _contentPixelsPerPoint = 1.0;
+    Size _contentPointSize;
+    double lastBackingScale = 1.0;
+    int64_t lastClicks = 0;
+    std::set<uint32_t> swallowedKeyUps;  // keys whose shortcut already went out as down and up
+    std::vector<std::string> pendingDrop;
+};
+
+}  // namespace tsl
