@@ -44,7 +44,13 @@ std::optional<system_clock::time_point> parse(std::string_view text) {
     if (at + 1 != text.size() || text[at] != 'Z') return std::nullopt;
     const year_month_day date{year{y}, month{static_cast<unsigned>(mo)}, day{static_cast<unsigned>(d)}};
     if (!date.ok() || h > 23 || mi > 59 || s > 60) return std::nullopt;
-    return sys_days{date} + hours{h} + minutes{mi} + seconds{s};
+    const sys_seconds time = sys_days{date} + hours{h} + minutes{mi} + seconds{s};
+    // The clock counts nanoseconds in 64 bits: years before 1678 or after 2261
+    // are no dates it can hold, and converting them would overflow.
+    constexpr seconds latest = duration_cast<seconds>(system_clock::duration::max());
+    constexpr seconds earliest = duration_cast<seconds>(system_clock::duration::min());
+    if (time.time_since_epoch() > latest || time.time_since_epoch() < earliest) return std::nullopt;
+    return time_point_cast<system_clock::duration>(time);
 }
 
 }  // namespace tsl::ISO8601

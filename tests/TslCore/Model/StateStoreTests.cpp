@@ -249,3 +249,21 @@ TEST(StateStoreCrash, KilledSaveLeavesTheOldOrTheNewState) {
     std::printf("%zu of %d kills landed inside a save\n", cut, rounds);
     ::unsetenv("TSL_STATE_CRASH_FILE");
 }
+
+// Found by fuzzing: a date the clock can't hold overflowed on the way in.
+// It is now a date that doesn't decode, and costs only what holds it.
+TEST(StateStore, DatesBeyondTheClockAreDamageNotOverflow) {
+    TempDir dir;
+    StateStore store(dir / "state.json");
+    writeFile(store.url, readFile(std::string(TSL_SOURCE_DIR) + "/tests/TslCore/Model/data/state-date-beyond-clock.json"));
+    const auto loaded = store.loadReporting();
+    ASSERT_EQ(loaded.outcome, Outcome::loaded);
+    EXPECT_TRUE(loaded.state.beta.checklist.apps.empty()) << "the answer dated 4052 takes `apps` with it";
+    EXPECT_EQ(loaded.state.beta.checklist.global.size(), 1u);
+    EXPECT_EQ(loaded.state.migrated.size(), 2u);
+
+    for (const char* date : {"2262-04-12T00:00:00Z", "1677-09-20T00:00:00Z", "9999-12-31T23:59:59Z"})
+        EXPECT_EQ(ISO8601::parse(date), std::nullopt) << date;
+    EXPECT_TRUE(ISO8601::parse("2262-04-11T00:00:00Z").has_value());
+    EXPECT_TRUE(ISO8601::parse("1677-09-22T00:00:00Z").has_value());
+}
