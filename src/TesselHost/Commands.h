@@ -15,5 +15,8 @@ void addCompatCommand(CLI::App& app, int& exitCode);
 void addFeedCommand(CLI::App& app, int& exitCode);
 void addShareCommand(CLI::App& app, int& exitCode);
 void addMigrateCommand(CLI::App& app, int& exitCode);
+void addStateCommand(CLI::App& app, int& exitCode);
+void addSetupCommand(CLI::App& app, int& exitCode);
+void addBetaCommand(CLI::App& app, int& exitCode);
 
 }  // namespace tsl::host

@@ -18,6 +18,9 @@ int main(int argc, char** argv) {
     tsl::host::addFeedCommand(app, exitCode);
     tsl::host::addShareCommand(app, exitCode);
     tsl::host::addMigrateCommand(app, exitCode);
+    tsl::host::addStateCommand(app, exitCode);
+    tsl::host::addSetupCommand(app, exitCode);
+    tsl::host::addBetaCommand(app, exitCode);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "TslCore/Support/Localization.h"
+#include "TslCore/Support/Localized.h"
 
 namespace tsl {
 

@@ -6,9 +6,12 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 #include "TslCore/Model/StateJSON.h"
+#include "TslCore/Support/AtomicFile.h"
+#include "TslCore/Support/Error.h"
 #include "TslCore/Support/HomeDirectory.h"
 #include "TslCore/Support/UniqueFd.h"
 
@@ -17,10 +20,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::error_code lastError() { return std::error_code(errno, std::generic_category()); }
-
-[[noreturn]] void fail(const char* what, const fs::path& path, std::error_code error) {
-    throw fs::filesystem_error(what, path, error);
+[[noreturn]] void cannotCreate(const fs::path& folder, int error) {
+    throw Error("cannot create the folder " + folder.string() + ": " + std::strerror(error));
 }
 
 struct FileContents {
@@ -77,28 +78,16 @@ std::optional<fs::path> moveAside(const fs::path& url, const FileContents& read,
 void makeFolders(const fs::path& folder) {
     struct stat st {};
     if (::stat(folder.c_str(), &st) == 0) {
-        if (!S_ISDIR(st.st_mode)) fail("cannot create folder", folder, std::make_error_code(std::errc::not_a_directory));
+        if (!S_ISDIR(st.st_mode)) cannotCreate(folder, ENOTDIR);
         return;
     }
-    if (errno != ENOENT) fail("cannot create folder", folder, lastError());
+    if (errno != ENOENT) cannotCreate(folder, errno);
     if (folder.has_relative_path() && folder.parent_path() != folder) makeFolders(folder.parent_path());
     if (::mkdir(folder.c_str(), 0700) != 0) {
         if (errno == EEXIST) return;  // made meanwhile by someone else
-        fail("cannot create folder", folder, lastError());
+        cannotCreate(folder, errno);
     }
     ::chmod(folder.c_str(), 0700);  // whatever the umask took away
-}
-
-void writeAll(int fd, const std::string& text, const fs::path& path) {
-    size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            fail("cannot write", path, lastError());
-        }
-        done += size_t(n);
-    }
 }
 
 }  // namespace
@@ -139,27 +128,8 @@ StateStore::Loaded StateStore::loadReporting(std::chrono::system_clock::time_poi
 }
 
 void StateStore::save(const PersistedState& state) const {
-    const fs::path folder = url.has_parent_path() ? url.parent_path() : fs::path(".");
-    makeFolders(folder);
-    const std::string text = StateJSON::encodeState(state);
-
-    std::string temporary = (folder / ("." + url.filename().string() + ".XXXXXX")).string();
-    UniqueFd fd(::mkostemp(temporary.data(), O_CLOEXEC));
-    if (!fd) fail("cannot create a temporary file", temporary, lastError());
-    try {
-        writeAll(fd.get(), text, temporary);
-        // The contents must be on disk before the name points at them, or a
-        // crash could leave an empty file in place of the old one.
-        if (::fsync(fd.get()) != 0) fail("cannot write", temporary, lastError());
-        if (::close(fd.release()) != 0) fail("cannot write", temporary, lastError());
-        if (::rename(temporary.c_str(), url.c_str()) != 0) fail("cannot replace", url, lastError());
-    } catch (...) {
-        ::unlink(temporary.c_str());
-        throw;
-    }
-    // And the rename itself is durable once the folder is.
-    UniqueFd dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (dir && ::fsync(dir.get()) != 0 && errno != EINVAL) fail("cannot write", folder, lastError());
+    makeFolders(url.has_parent_path() ? url.parent_path() : fs::path("."));
+    writeFileAtomically(url.string(), StateJSON::encodeState(state), 0600);
 }
 
 }  // namespace tsl

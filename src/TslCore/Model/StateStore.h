@@ -38,10 +38,10 @@ struct StateStore {
     // and the default state is returned.
     Loaded loadReporting(std::chrono::system_clock::time_point now = std::chrono::system_clock::now()) const;
 
-    // Writes the whole state into a temporary file beside the old one, makes it
-    // durable and puts it in place, so that a reader (or a crash) sees the old
-    // file or the new one. Missing folders are made owner-only (0700). Throws
-    // std::filesystem::filesystem_error; the old file is then intact.
+    // Writes the whole state atomically and durably (writeFileAtomically), so
+    // that a reader, or a crash, sees the old file or the new one; the file is
+    // owner-only, and so are the folders made for it (0700). Throws Error with
+    // the system's reason; the old file is then intact.
     void save(const PersistedState& state) const;
 };
 

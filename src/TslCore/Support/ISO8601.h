@@ -10,7 +10,8 @@ namespace tsl::ISO8601 {
 std::string format(std::chrono::system_clock::time_point time);
 
 // Reads that form back (fractional seconds are accepted and dropped);
-// nothing for any other text.
+// nothing for any other text, and for dates the clock can't hold (before
+// 1678 or after 2261).
 std::optional<std::chrono::system_clock::time_point> parse(std::string_view text);
 
 }  // namespace tsl::ISO8601

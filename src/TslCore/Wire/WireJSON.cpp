@@ -560,11 +560,20 @@ ControlEnvelope decodeEnvelope(const uint8_t* data, size_t size) {
 
 Bytes encode(const ProvisionReport& report) { return serialize(toJSON(report)); }
 
-ProvisionReport decodeProvisionReport(const uint8_t* data, size_t size) {
+template <Record R>
+R decodeRecord(const uint8_t* data, size_t size) {
     json j = parse(data, size);
-    ProvisionReport report;
-    fromJSON(j, Path{}, report);
-    return report;
+    R record;
+    fromJSON(j, Path{}, record);
+    return record;
 }
+
+ProvisionReport decodeProvisionReport(const uint8_t* data, size_t size) {
+    return decodeRecord<ProvisionReport>(data, size);
+}
+
+Bytes encode(const AgentStatus& status) { return serialize(toJSON(status)); }
+
+AgentStatus decodeAgentStatus(const uint8_t* data, size_t size) { return decodeRecord<AgentStatus>(data, size); }
 
 }  // namespace tsl::WireJSON

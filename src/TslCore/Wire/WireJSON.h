@@ -30,5 +30,10 @@ ControlEnvelope decodeEnvelope(const uint8_t* data, size_t size);
 Bytes encode(const ProvisionReport& report);
 ProvisionReport decodeProvisionReport(const uint8_t* data, size_t size);
 
+// An agent's status on its own, as it travels inside `status` (for files that
+// keep one).
+Bytes encode(const AgentStatus& status);
+AgentStatus decodeAgentStatus(const uint8_t* data, size_t size);
+
 }  // namespace WireJSON
 }  // namespace tsl

@@ -68,6 +68,7 @@ TEST(StateStore, SaveThenLoadGivesTheSameStateInAPrivateFolder) {
     StateStore store(dir / "Library" / "Application Support" / "Tessel" / "state.json");
     store.save(sample());
     EXPECT_EQ(modeOf(dir / "Library") & 07777, 0700u);
+    EXPECT_EQ(modeOf(store.url) & 07777, 0600u);
     EXPECT_EQ(modeOf(dir / "Library" / "Application Support" / "Tessel") & 07777, 0700u);
     const auto loaded = store.loadReporting();
     EXPECT_EQ(loaded.outcome, Outcome::loaded);
@@ -171,12 +172,12 @@ TEST(StateStore, UnreadableFileStaysAndAFailedSaveKeepsTheOldFile) {
     EXPECT_EQ(loaded.outcome, Outcome::readError);
     EXPECT_EQ(loaded.failure, std::errc::is_a_directory);
     EXPECT_TRUE(fs::is_directory(store.url));
-    EXPECT_THROW(store.save(sample()), fs::filesystem_error);
+    EXPECT_THROW(store.save(sample()), Error);
     EXPECT_EQ(entries(dir.path()), std::vector<std::string>{"state.json"}) << "no temporary left";
 
     // A folder that can't be made.
     writeFile(dir / "plain", "x");
-    EXPECT_THROW(StateStore(dir / "plain" / "sub" / "state.json").save(sample()), fs::filesystem_error);
+    EXPECT_THROW(StateStore(dir / "plain" / "sub" / "state.json").save(sample()), Error);
 
     StateStore good(dir / "good.json");
     good.save(sample());
@@ -247,4 +248,22 @@ TEST(StateStoreCrash, KilledSaveLeavesTheOldOrTheNewState) {
     for (const auto& e : fs::directory_iterator(dir.path())) cut += e.path().filename() != "state.json";
     std::printf("%zu of %d kills landed inside a save\n", cut, rounds);
     ::unsetenv("TSL_STATE_CRASH_FILE");
+}
+
+// Found by fuzzing: a date the clock can't hold overflowed on the way in.
+// It is now a date that doesn't decode, and costs only what holds it.
+TEST(StateStore, DatesBeyondTheClockAreDamageNotOverflow) {
+    TempDir dir;
+    StateStore store(dir / "state.json");
+    writeFile(store.url, readFile(std::string(TSL_SOURCE_DIR) + "/tests/TslCore/Model/data/state-date-beyond-clock.json"));
+    const auto loaded = store.loadReporting();
+    ASSERT_EQ(loaded.outcome, Outcome::loaded);
+    EXPECT_TRUE(loaded.state.beta.checklist.apps.empty()) << "the answer dated 4052 takes `apps` with it";
+    EXPECT_EQ(loaded.state.beta.checklist.global.size(), 1u);
+    EXPECT_EQ(loaded.state.migrated.size(), 2u);
+
+    for (const char* date : {"2262-04-12T00:00:00Z", "1677-09-20T00:00:00Z", "9999-12-31T23:59:59Z"})
+        EXPECT_EQ(ISO8601::parse(date), std::nullopt) << date;
+    EXPECT_TRUE(ISO8601::parse("2262-04-11T00:00:00Z").has_value());
+    EXPECT_TRUE(ISO8601::parse("1677-09-22T00:00:00Z").has_value());
 }
