@@ -14,5 +14,6 @@ void addCompatCommand(CLI::App& app, int& exitCode);
 void addFeedCommand(CLI::App& app, int& exitCode);
 void addShareCommand(CLI::App& app, int& exitCode);
 void addMigrateCommand(CLI::App& app, int& exitCode);
+void addSimCommand(CLI::App& app, int& exitCode);
 
 }  // namespace tsl::host

@@ -17,6 +17,7 @@ int main(int argc, char** argv) {
     tsl::host::addFeedCommand(app, exitCode);
     tsl::host::addShareCommand(app, exitCode);
     tsl::host::addMigrateCommand(app, exitCode);
+    tsl::host::addSimCommand(app, exitCode);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
