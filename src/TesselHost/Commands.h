@@ -18,5 +18,6 @@ void addMigrateCommand(CLI::App& app, int& exitCode);
 void addStateCommand(CLI::App& app, int& exitCode);
 void addSetupCommand(CLI::App& app, int& exitCode);
 void addBetaCommand(CLI::App& app, int& exitCode);
+void addSimCommand(CLI::App& app, int& exitCode);
 
 }  // namespace tsl::host

@@ -21,6 +21,7 @@ int main(int argc, char** argv) {
     tsl::host::addStateCommand(app, exitCode);
     tsl::host::addSetupCommand(app, exitCode);
     tsl::host::addBetaCommand(app, exitCode);
+    tsl::host::addSimCommand(app, exitCode);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

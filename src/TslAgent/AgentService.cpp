@@ -45,7 +45,9 @@ AgentService::AgentService(AgentConfig config, PlatformServices platform, Proces
     : _config(std::move(config)),
       platform(std::move(platform)),
       exit(std::move(exit)),
-      streams(std::make_shared<StreamManager>(this->platform.screenCapture, echo)) {
+      streams(std::make_shared<StreamManager>(this->platform.screenCapture, echo)),
+      input(std::make_shared<InputPath>(this->platform, _windowCache,
+                                        InputInjector(_config.injectionMode, this->platform.eventPoster), echo)) {
     // Streams follow their windows: a resize re-sizes the capture, a close ends it.
     windowStreams = WindowStreamHooks::of(*streams);
 }
@@ -113,8 +115,11 @@ void AgentService::attach(const std::shared_ptr<ControlChannel>& channel, const 
     _attached.push_back(channel);
     if (channels.contains(Channel::video) || (channels.empty() && !_videoConnection))
         _videoConnection = channel->connection;
-    // Frames from the host have no taker yet on the agent.
-    channel->setOnFrame([](WireMessage) {});
+    // Input goes straight from the reading thread into the guest, never
+    // through the main actor; the closure holds the input path, not the service.
+    channel->setOnFrame([input = input](WireMessage frame) {
+        if (auto* event = std::get_if<InputEvent>(&frame.payload)) input->inject(*event);
+    });
     std::weak_ptr<AgentService> weakSelf = weak_from_this();
     std::weak_ptr<ControlChannel> weakChannel = channel;
     if (isControl) {

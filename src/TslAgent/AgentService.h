@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "TslAgent/AgentConfig.h"
+#include "TslAgent/InputPath.h"
 #include "TslAgent/InstallQueue.h"
 #include "Platform/Platform.h"
 #include "TslAgent/ProcessExit.h"
@@ -54,6 +55,7 @@ public:
     const std::shared_ptr<WireConnection>& videoConnection() const { return _videoConnection; }
     const std::shared_ptr<StreamManager>& streamManager() const { return streams; }
     const std::shared_ptr<EchoCounter>& echoCounter() const { return echo; }
+    const std::shared_ptr<InputPath>& inputPath() const { return input; }
 
     // One tracking tick: the timer's work, also run once at start.
     void trackWindows();
@@ -103,6 +105,7 @@ private:
     std::unique_ptr<RepeatingTimer> tracker;
     const std::shared_ptr<EchoCounter> echo = std::make_shared<EchoCounter>();
     const std::shared_ptr<StreamManager> streams;
+    const std::shared_ptr<InputPath> input;
 };
 
 }  // namespace tsl

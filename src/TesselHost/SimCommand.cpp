@@ -1,0 +1,192 @@
+// tessel sim: the whole system on this machine, measured.
+#include <CLI/CLI.hpp>
+
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <thread>
+
+#include "TesselHost/Commands.h"
+#include "TesselHost/HostText.h"
+#include "TesselHost/SimReport.h"
+#include "TesselHost/SimSession.h"
+#include "TslCore/Support/Error.h"
+#include "TslStream/Measure/ResultWriter.h"
+#include "TslStream/Render/StreamView.h"
+
+namespace tsl::host {
+namespace {
+
+std::atomic<bool> interrupted{false};
+
+void onSignal(int) { interrupted = true; }
+
+struct SimArguments {
+    SimOptions options;
+    std::string codec = "h264";
+};
+
+bool displayPresent() {
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "SDL_VIDEODRIVER"})
+        if (const char* v = std::getenv(name); v && *v) return true;
+    return false;
+}
+
+// Frames decoded on the receiving threads, waiting for the main thread's views.
+struct Mailbox {
+    std::mutex lock;
+    std::map<uint32_t, std::pair<std::shared_ptr<PixelBuffer>, double>> latest;
+};
+
+// Each key goes out at a random moment of the frame interval, as a person's
+// would: one sent right after a frame arrived (the end of the last round
+// trip) would always wait nearly a whole interval for the next capture.
+void measure(SimSession& session, int count, int fps, const std::function<void(int)>& step) {
+    std::mt19937 random(12345);
+    std::uniform_real_distribution<double> phase(0.0, 1.0 / fps);
+    for (int i = 0; i < count && !interrupted; ++i) {
+        std::this_thread::sleep_for(std::chrono::duration<double>(phase(random)));
+        session.measureOnce(i % 2 == 0);
+        step(i + 1);
+    }
+}
+
+void waitUntil(std::chrono::steady_clock::time_point end) {
+    while (!interrupted && std::chrono::steady_clock::now() < end) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+}
+
+std::vector<std::string> writeResults(const SimFigures& f, const SimSummary& s, const SimOptions& o,
+                                      const std::string& text) {
+    ResultWriter writer(o.out, "sim");
+    std::vector<std::string> latency, fps;
+    for (size_t i = 0; i < f.latencyMs.size(); ++i) latency.push_back(std::to_string(i + 1) + "," + std::to_string(f.latencyMs[i]));
+    for (size_t i = 0; i < f.framesPerSecond.size(); ++i) fps.push_back(std::to_string(i) + "," + std::to_string(f.framesPerSecond[i]));
+    return {writer.write("latency", "round_trip,milliseconds", latency),
+            writer.write("fps", "second,frames", fps),
+            writer.writeText("summary.txt", text + floorLine(s) + "\n"),
+            writer.writeText("chart.svg", svgChart(f, s))};
+}
+
+int runSim(SimArguments& args) {
+    SimOptions& o = args.options;
+    o.codec = args.codec == "raw" ? VideoCodec::rawBGRA : VideoCodec::h264;
+    struct sigaction action {};
+    action.sa_handler = onSignal;
+    ::sigaction(SIGINT, &action, nullptr);
+    ::sigaction(SIGTERM, &action, nullptr);
+
+    bool views = !o.headless && displayPresent() && StreamView::displayAvailable();
+    if (!o.headless && !views) std::cerr << "tessel sim: no display; running headless\n";
+
+    StatusLine line;
+    auto progress = [&line](const std::string& text) {
+        if (line.active()) line.show(text);
+    };
+    SimSession session(o, progress);
+    Mailbox mailbox;
+    try {
+        SimSession::PictureSink sink;
+        if (views) {
+            sink = [&mailbox](uint32_t window, std::shared_ptr<PixelBuffer> picture, double scale) {
+                std::lock_guard guard(mailbox.lock);
+                mailbox.latest[window] = {std::move(picture), scale};
+            };
+        }
+        session.start(sink);
+        auto end = std::chrono::steady_clock::now() +
+                   std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(o.duration));
+        auto step = [&](int done) { progress("Measuring… " + std::to_string(done) + "/" + std::to_string(o.measure)); };
+        if (views) {
+            std::vector<std::unique_ptr<StreamView>> shown;
+            for (const auto& w : session.windows()) {
+                auto view = std::make_unique<StreamView>(w.windowID, w.frame.x, w.frame.y, w.frame.width,
+                                                         w.frame.height, w.title);
+                view->onInput = [&session](const InputEvent& e) { session.sendInput(e); };
+                shown.push_back(std::move(view));
+            }
+            std::atomic<bool> measured{false};
+            std::thread measurer([&] {
+                measure(session, o.measure, o.fps, step);
+                measured = true;
+            });
+            // With views the run goes on until the user closes them, unless a duration was given.
+            while (!interrupted && StreamView::pumpEvents()) {
+                {
+                    std::lock_guard guard(mailbox.lock);
+                    for (auto& view : shown) {
+                        auto found = mailbox.latest.find(view->windowID());
+                        if (found == mailbox.latest.end()) continue;
+                        view->show(std::move(found->second.first), found->second.second);
+                        mailbox.latest.erase(found);
+                    }
+                }
+                if (measured && o.duration > 0 && std::chrono::steady_clock::now() > end) break;
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            }
+            interrupted = true;  // ends the measurer early if the user quit
+            measurer.join();
+        } else {
+            measure(session, o.measure, o.fps, step);
+            waitUntil(end);
+        }
+    } catch (const std::exception& e) {
+        session.stop();
+        std::cerr << "tessel sim: " << e.what() << "\n";
+        return 1;
+    }
+    SimFigures figures = session.figures();
+    session.stop();
+    SimSummary summary = SimSummary::of(figures, o);
+    std::string text = summaryText(summary, o);
+    std::vector<std::string> files;
+    try {
+        files = writeResults(figures, summary, o, text);
+    } catch (const std::exception& e) {
+        std::cerr << "tessel sim: " << e.what() << "\n";
+        return 1;
+    }
+    if (o.json) {
+        std::cout << summaryJSON(summary, o, files) << "\n";
+    } else {
+        std::cout << text << "\n" << floorLine(summary) << "\n\nResults in " << o.out << "\n";
+    }
+    return summary.roundTrips == 0 && o.measure > 0 ? 1 : 0;
+}
+
+}  // namespace
+
+void addSimCommand(CLI::App& app, int& exitCode) {
+    auto args = std::make_shared<SimArguments>();
+    CLI::App* sim = app.add_subcommand(
+        "sim", "Run a simulated guest on this machine, stream the test pattern and measure input to pixel");
+    sim->add_flag("--headless", args->options.headless,
+                  "Show no windows (also chosen by itself when there is no display)");
+    sim->add_option("--codec", args->codec, "Video codec of the streams")
+        ->check(CLI::IsMember({"h264", "raw"}))
+        ->capture_default_str();
+    sim->add_option("--fps", args->options.fps, "Frames per second asked of the guest")
+        ->check(CLI::Range(1, 120))
+        ->capture_default_str();
+    sim->add_option("--scale", args->options.scale, "Pixels per point of the streams")
+        ->check(CLI::Range(0.1, 2.0))
+        ->capture_default_str();
+    sim->add_option("--measure", args->options.measure,
+                    "Input-to-pixel round trips to time with key 122 (alternately down and up)")
+        ->check(CLI::Range(0, 100000))
+        ->capture_default_str();
+    sim->add_option("--duration", args->options.duration,
+                    "Seconds to stream in all, for the frame rate (with windows: 0 runs until they are closed)")
+        ->check(CLI::Range(0.0, 86400.0))
+        ->capture_default_str();
+    sim->add_option("--out", args->options.out, "Folder for the CSV, text and SVG results")->capture_default_str();
+    sim->add_option("--agent", args->options.agent, "The agent executable (default: TesselAgent beside tessel)");
+    sim->add_flag("--json", args->options.json, "Print the summary as JSON");
+    sim->callback([args, &exitCode] { exitCode = runSim(*args); });
+}
+
+}  // namespace tsl::host
