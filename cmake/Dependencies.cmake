@@ -29,6 +29,8 @@ if(NOT YUV_FOUND)
   message(FATAL_ERROR "libyuv not found (Debian package libyuv-dev)")
 endif()
 pkg_check_modules(SDL2 REQUIRED IMPORTED_TARGET sdl2)
+# Tests drive a real X server: screenshots and synthetic keys.
+pkg_check_modules(XTEST REQUIRED IMPORTED_TARGET x11 xtst)
 
 # Standalone Asio is header-only.
 find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)

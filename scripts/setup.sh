@@ -12,7 +12,7 @@ packages=(
   libsodium-dev libicu-dev libplist-dev libcurl4-openssl-dev openssl
   libspdlog-dev libfmt-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
-  libsdl2-dev xvfb libcli11-dev
+  libsdl2-dev xvfb libxtst-dev libcli11-dev
   clang-14 lld-14 llvm-14 libclang-rt-14-dev python3
 )
 

@@ -123,6 +123,11 @@ void StreamView::show(std::shared_ptr<PixelBuffer> frame, double contentScale) {
 }
 
 void StreamView::present() {
+    draw();
+    SDL_RenderPresent(window->renderer);
+}
+
+void StreamView::draw() {
     SDL_Renderer* r = window->renderer;
     SDL_SetRenderDrawColor(r, 0, 0, 0, 255);
     SDL_RenderClear(r);
@@ -134,10 +139,11 @@ void StreamView::present() {
     }
 }
 
-std::shared_ptr<PixelBuffer> StreamView::readBack() const {
+std::shared_ptr<PixelBuffer> StreamView::readBack() {
     int w = 0, h = 0;
     SDL_GetRendererOutputSize(window->renderer, &w, &h);
     auto out = PixelBuffers::make(w, h);
+    draw();  // what was presented is gone from the back buffer
     PixelBufferLock locked(*out, 0);
     SDL_RenderReadPixels(window->renderer, nullptr, SDL_PIXELFORMAT_ARGB8888, locked.base(), int(out->bytesPerRow()));
     return out;
@@ -146,7 +152,6 @@ std::shared_ptr<PixelBuffer> StreamView::readBack() const {
 void StreamView::resizeWindow(double width, double height) {
     SDL_SetWindowSize(window->window, std::max(1, int(std::lround(width))), std::max(1, int(std::lround(height))));
     present();
-    SDL_RenderPresent(window->renderer);
 }
 
 bool StreamView::pumpEvents() {
@@ -176,7 +181,6 @@ void StreamView::handle(const SDL_Event& e) {
         case SDL_WINDOWEVENT:
             if (e.window.event == SDL_WINDOWEVENT_EXPOSED || e.window.event == SDL_WINDOWEVENT_SIZE_CHANGED) {
                 present();
-                SDL_RenderPresent(window->renderer);
             }
             if (e.window.event == SDL_WINDOWEVENT_SIZE_CHANGED || e.window.event == SDL_WINDOWEVENT_DISPLAY_CHANGED) {
                 double now = backingScale();

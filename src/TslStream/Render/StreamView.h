@@ -62,10 +62,11 @@ public:
     void handle(const SDL_Event& event);
 
     // What the window shows now, in its drawable's pixels (BGRA).
-    std::shared_ptr<PixelBuffer> readBack() const;
+    std::shared_ptr<PixelBuffer> readBack();
     void resizeWindow(double width, double height);
 
 private:
+    void draw();
     void present();
     void deliver(uint32_t type, double x, double y, int64_t buttonNumber, int64_t clicks, uint16_t keyCode,
                  uint64_t flags, double dx, double dy);
