@@ -1,3 +1,7 @@
+// GCC 12 with -fsanitize=thread sees the empty optional that a failed
+// resumption carries as maybe uninitialised once it is inlined here.
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+
 #include "TslStream/Agent/AgentAcceptor.h"
 
 #include <unistd.h>
