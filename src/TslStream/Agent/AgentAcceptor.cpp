@@ -1,7 +1,3 @@
-// GCC 12 with -fsanitize=thread sees the empty optional that a failed
-// resumption carries as maybe uninitialised once it is inlined here.
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-
 #include "TslStream/Agent/AgentAcceptor.h"
 
 #include <unistd.h>
