@@ -180,8 +180,14 @@ TEST(TesselAgentLoad, ThousandHelloCyclesLeaveMemoryFlat) {
     for (int i = 0; i < 1000; ++i) ASSERT_TRUE(cycle()) << "cycle " << i;
     ASSERT_TRUE(agent.settlesTo(threads));
     ProcessFigures after = figuresOf(agent.process.pid());
-    // A leak of even 8 KiB a connection would show as 8 MB.
-    EXPECT_LT(after.residentKiB, before.residentKiB + 6 * 1024)
+    // A leak of even 8 KiB a connection would show as 8 MB. TSan keeps about
+    // 12 KiB of its own for each thread that has ended (a reader a connection).
+#ifdef __SANITIZE_THREAD__
+    const size_t allowedKiB = 24 * 1024;
+#else
+    const size_t allowedKiB = 6 * 1024;
+#endif
+    EXPECT_LT(after.residentKiB, before.residentKiB + allowedKiB)
         << "resident " << before.residentKiB << " KiB before, " << after.residentKiB << " KiB after";
 }
 

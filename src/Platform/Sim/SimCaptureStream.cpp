@@ -89,6 +89,7 @@ struct StreamCore {
     bool running = false;
     bool stopping = false;
     bool wakeUp = false;
+    bool exited = false;     // the thread has returned
     uint64_t requested = 0;  // manual mode
     uint64_t handled = 0;    // ticks done, whether or not a frame went out
     std::shared_ptr<BufferPool> pool = std::make_shared<BufferPool>();
@@ -153,6 +154,16 @@ CaptureSample render(std::shared_ptr<PixelBuffer> buffer, const Look& look) {
 
 void run(std::shared_ptr<StreamCore> core, std::weak_ptr<Desktop> weakDesktop, uint32_t windowID) {
     pthread_setname_np(pthread_self(), "tsl.capture");
+    struct Exit {
+        StreamCore& core;
+        ~Exit() {
+            {
+                std::lock_guard g(core.lock);
+                core.exited = true;
+            }
+            core.progressed.notify_all();
+        }
+    } exit{*core};
     Clock::time_point next = Clock::now();
     for (;;) {
         CaptureConfiguration config;
@@ -256,8 +267,20 @@ void SimCaptureStream::halt() {
     if (indicatorShown)
         if (auto desktop = _desktop.lock()) desktop->change([&](World& w) { w.captureEnded(_windowID); });
     if (!thread.joinable()) return;
-    if (thread.get_id() == std::this_thread::get_id()) thread.detach();
-    else thread.join();
+    if (thread.get_id() == std::this_thread::get_id()) {
+        thread.detach();
+        return;
+    }
+    // A client whose output blocks (a frame written to a host that stopped
+    // reading) must not hold up the stop: the thread is let go and ends on
+    // its own once the output returns, seeing the stream stopped.
+    bool exited;
+    {
+        std::unique_lock g(_core->lock);
+        exited = _core->progressed.wait_for(g, std::chrono::seconds(2), [&] { return _core->exited; });
+    }
+    if (exited) thread.join();
+    else thread.detach();
 }
 
 namespace {

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "TslCore/Diagnostics/DiagnosticsGuard.h"
+#include "TslCore/Support/AtomicFile.h"
 #include "TslCore/Diagnostics/DiagnosticsSanitizer.h"
 
 namespace tsl {
@@ -32,16 +33,6 @@ std::optional<json> readJSON(const fs::path& path) {
     return value;
 }
 
-bool writeAll(int fd, const std::string& text) {
-    size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        done += size_t(n);
-    }
-    return true;
-}
 
 DiagnosticsQueue::InFlight decodeInFlight(const json& j) {
     DiagnosticsQueue::InFlight v;
@@ -62,8 +53,9 @@ DiagnosticsQueue::DiagnosticsQueue(fs::path folder, std::vector<std::string> per
     const auto stale = fs::file_time_type::clock::now() - std::chrono::minutes(1);
     for (fs::directory_iterator it(_folder, ec), end; !ec && it != end; it.increment(ec)) {
         const std::string name = it->path().filename().string();
-        const bool temporary = name.starts_with(".events.json.") || name.starts_with(".batch.json.") ||
-                               name.starts_with(".reports.json.");
+        const bool temporary = name.starts_with(atomicTemporaryPrefix("events.json")) ||
+                               name.starts_with(atomicTemporaryPrefix("batch.json")) ||
+                               name.starts_with(atomicTemporaryPrefix("reports.json"));
         std::error_code timeError;
         if (temporary && it->last_write_time(timeError) < stale && !timeError) fs::remove(it->path(), timeError);
     }
@@ -172,24 +164,16 @@ std::optional<std::vector<ProblemReport>> DiagnosticsQueue::readReports() const 
     }
 }
 
-// Written beside the target and renamed over it, so that a reader, or a
-// process killed mid-write, sees the old file or the new one, never a part.
-// No sync: the rename is what keeps the file whole, as the platform's atomic
-// write does.
+// Atomic, so that a reader, or a process killed mid-write, sees the old
+// file or the new one, never a part; storage reports no failure.
 void DiagnosticsQueue::write(const char* name, const std::string& text) const {
     std::error_code ec;
     fs::create_directories(_folder, ec);
     ::chmod(_folder.c_str(), 0700);
-    std::string temporary = (_folder / (std::string(".") + name + ".XXXXXX")).string();
-    const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
-    if (fd < 0) return;
-    const bool written = ::fchmod(fd, 0600) == 0 && writeAll(fd, text);
-    ::close(fd);
-    if (!written || ::rename(temporary.c_str(), file(name).c_str()) != 0) {
-        ::unlink(temporary.c_str());
-        return;
+    try {
+        writeFileAtomically(file(name).string(), text, 0600);
+    } catch (const Error&) {
     }
-    ::chmod(file(name).c_str(), 0600);
 }
 
 void DiagnosticsQueue::remove(const char* name) const { ::unlink(file(name).c_str()); }

@@ -139,10 +139,8 @@ std::string cleanReportText(std::string_view input) {
     // Trim White_Space scalars at both ends.
     size_t begin = 0, end = kept.size();
     for (size_t at = 0; at < kept.size();) {
-        const size_t start = at;
         if (!isUnicodeWhitespace(*readUtf8Scalar(kept, at))) break;
         begin = at;
-        (void)start;
     }
     while (end > begin) {
         size_t start = end - 1;

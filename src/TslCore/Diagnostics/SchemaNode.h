@@ -57,8 +57,7 @@ public:
     template <typename T>
         requires(isOneOf<std::remove_cvref_t<T>, Ref, ConstBool, ConstInt, ConstString, OneOfStrings, OneOf, Object,
                          String, Integer, Number, Array>)
-    SchemaNode(T&& payload)  // NOLINT(google-explicit-constructor)
-        : SchemaNode(Payload(std::forward<T>(payload))) {}
+    SchemaNode(T&& payload);  // NOLINT(google-explicit-constructor)
     // Reads one node of a parsed document; `at` is the path used in messages.
     SchemaNode(const nlohmann::json& json, const std::string& at);
 
@@ -139,6 +138,12 @@ struct SchemaNode::Array {
     std::optional<int64_t> minItems, maxItems;
     bool operator==(const Array&) const = default;
 };
+
+template <typename T>
+    requires(isOneOf<std::remove_cvref_t<T>, SchemaNode::Ref, SchemaNode::ConstBool, SchemaNode::ConstInt,
+                     SchemaNode::ConstString, SchemaNode::OneOfStrings, SchemaNode::OneOf, SchemaNode::Object,
+                     SchemaNode::String, SchemaNode::Integer, SchemaNode::Number, SchemaNode::Array>)
+SchemaNode::SchemaNode(T&& payload) : SchemaNode(Payload(std::forward<T>(payload))) {}
 
 template <typename T>
 const T* SchemaNode::as() const {

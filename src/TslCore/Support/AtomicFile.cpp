@@ -27,7 +27,7 @@ std::string folderOf(const std::string& path) {
 
 void writeFileAtomically(const std::string& path, std::string_view bytes, mode_t mode) {
     std::string folder = folderOf(path);
-    std::string temp = path + ".tmp-XXXXXX";
+    std::string temp = atomicTemporaryPrefix(path) + "XXXXXX";
     UniqueFd fd(::mkostemp(temp.data(), O_CLOEXEC));
     if (!fd) fail("create a file beside", path, errno);
     auto cleanUp = [&](const std::string& step) {

@@ -13,4 +13,8 @@ namespace tsl {
 // nothing is left behind on failure.
 void writeFileAtomically(const std::string& path, std::string_view bytes, mode_t mode = 0644);
 
+// How the temporary file for `fileName` begins: a writer killed before its
+// rename leaves one behind, for the owner of the folder to sweep.
+inline std::string atomicTemporaryPrefix(const std::string& fileName) { return fileName + ".tmp-"; }
+
 }  // namespace tsl

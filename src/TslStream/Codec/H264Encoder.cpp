@@ -47,8 +47,15 @@ int64_t H264Encoder::bitRate(int64_t width, int64_t height, int64_t fps, double 
 
 H264Encoder::H264Encoder(int64_t width, int64_t height, int64_t fps, double bitsPerPixel)
     : width(width), height(height) {
+    // 4:2:0 pictures need even sides; x264 would refuse them too, but leak on the way.
+    if (width < 2 || height < 2 || width % 2 != 0 || height % 2 != 0) throw EncoderError::sessionCreate(-1);
     x264_param_t param;
     if (x264_param_default_preset(&param, "ultrafast", "zerolatency") < 0) throw EncoderError::sessionCreate(-1);
+    // Parsed settings may own strings; the open encoder keeps copies of its own.
+    struct Cleanup {
+        x264_param_t* p;
+        ~Cleanup() { x264_param_cleanup(p); }
+    } cleanup{&param};
     param.i_width = int(width);
     param.i_height = int(height);
     param.i_csp = X264_CSP_I420;
