@@ -40,25 +40,27 @@ inline void ratioLine(const char* what, double ours, double baseline, double tar
                 met ? "met" : "NOT MET");
 }
 
-// Round trips, in microseconds, of 100 bytes written by this thread, echoed by
-// another over a socket pair and read back: the floor for any request.
-inline std::vector<double> rawPingPongMicros(int rounds) {
+// Round trips, in microseconds, of `bytes` (at most 100) written by this
+// thread, echoed by another over a socket pair and read back: the floor for
+// any request.
+inline std::vector<double> rawPingPongMicros(int rounds, size_t bytes = 100) {
     auto [a, b] = socketPair();
-    std::thread echo([b = b, rounds] {
+    bytes = std::min<size_t>(bytes, 100);
+    std::thread echo([b = b, rounds, bytes] {
         uint8_t buf[100];
         for (int i = 0; i < rounds; ++i) {
             size_t got = 0;
-            while (got < sizeof buf) got += size_t(::read(b, buf + got, sizeof buf - got));
-            if (::write(b, buf, sizeof buf) != ssize_t(sizeof buf)) std::abort();
+            while (got < bytes) got += size_t(::read(b, buf + got, bytes - got));
+            if (::write(b, buf, bytes) != ssize_t(bytes)) std::abort();
         }
     });
     std::vector<double> micros;
     uint8_t buf[100] = {};
     for (int i = 0; i < rounds; ++i) {
         uint64_t t0 = MonoClock::nowNs();
-        if (::write(a, buf, sizeof buf) != ssize_t(sizeof buf)) std::abort();
+        if (::write(a, buf, bytes) != ssize_t(bytes)) std::abort();
         size_t got = 0;
-        while (got < sizeof buf) got += size_t(::read(a, buf + got, sizeof buf - got));
+        while (got < bytes) got += size_t(::read(a, buf + got, bytes - got));
         micros.push_back(double(MonoClock::nowNs() - t0) / 1e3);
     }
     echo.join();

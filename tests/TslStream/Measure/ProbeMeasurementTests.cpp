@@ -10,6 +10,7 @@
 #include "TslStream/Measure/ProbeMeasurement.h"
 #include "TslStream/Measure/SyntheticTestPattern.h"
 #include "TslStream/Measure/TestPatternProbe.h"
+#include "Support/VideoFrames.h"
 
 namespace tsl {
 namespace {
@@ -49,6 +50,25 @@ TEST(TestPatternProbe, ReadsBackWhatThePatternDraws) {
     auto drawn = pattern.nextFrame();
     EXPECT_EQ(TestPatternProbe::counter(*drawn.buffer, 2.0, 0), 1u);
     EXPECT_EQ(TestPatternProbe::squareIsWhite(*drawn.buffer, 2.0, 0), true);
+}
+
+TEST(TestPatternProbe, ReadsThePatternThroughARealH264RoundTrip) {
+    for (double scale : {1.0, 1.5, 2.0}) {
+        SCOPED_TRACE(scale);
+        test::PatternStream stream(VideoCodec::h264, int64_t(640 * scale), int64_t(400 * scale));
+        VideoDecoder decoder;
+        ProbeMeasurement probe(0);
+        for (int i = 0; i < 5; ++i) {
+            auto frame = stream.next();
+            std::shared_ptr<PixelBuffer> picture;
+            decoder.decode(frame.header, frame.payload, [&](const DecodedFrame& f) { picture = f.pixelBuffer; });
+            ASSERT_TRUE(picture);
+            EXPECT_EQ(TestPatternProbe::counter(*picture, scale, 0), stream.frameID);
+            EXPECT_EQ(TestPatternProbe::squareIsWhite(*picture, scale, 0), false);
+            probe.onFrame(*picture, scale);
+        }
+        EXPECT_EQ(probe.snapshot(), (ProbeMeasurement::Snapshot{5, 0}));
+    }
 }
 
 TEST(TestPatternProbe, FramesThatDoNotHoldThePatternReadAsNothing) {
