@@ -47,7 +47,8 @@ AgentService::AgentService(AgentConfig config, PlatformServices platform, Proces
       exit(std::move(exit)),
       streams(std::make_shared<StreamManager>(this->platform.screenCapture, echo)),
       input(std::make_shared<InputPath>(this->platform, _windowCache,
-                                        InputInjector(_config.injectionMode, this->platform.eventPoster), echo)) {
+                                        InputInjector(_config.injectionMode, this->platform.eventPoster), echo)),
+      _clipboard(Hello::Role::agent, this->platform.pasteboard) {
     // Streams follow their windows: a resize re-sizes the capture, a close ends it.
     windowStreams = WindowStreamHooks::of(*streams);
 }
@@ -71,6 +72,7 @@ void AgentService::startBackgroundWork() {
         if (!platform.accessibility->isProcessTrusted()) platform.accessibility->isProcessTrustedWithOptions(true);
         GuestDocuments::pointPanelsAtSharedDocuments(platform);
     }
+    if (_config.clipboardSync) startClipboardSync();
     startWindowTracking();
 }
 
@@ -89,6 +91,9 @@ const AgentService::RowTable& AgentService::rows() {
         t[size_t(ControlMessage::Kind::launchApp)] = &AgentService::launchApp;
         t[size_t(ControlMessage::Kind::quitApp)] = &AgentService::quitApp;
         t[size_t(ControlMessage::Kind::installApp)] = &AgentService::installApp;
+        t[size_t(ControlMessage::Kind::getMenu)] = &AgentService::getMenu;
+        t[size_t(ControlMessage::Kind::pressMenu)] = &AgentService::pressMenu;
+        t[size_t(ControlMessage::Kind::clipboard)] = &AgentService::clipboard;
         return t;
     }();
     return table;

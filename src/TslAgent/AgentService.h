@@ -14,6 +14,7 @@
 #include "TslAgent/ProcessExit.h"
 #include "TslAgent/WindowCache.h"
 #include "TslAgent/WindowTracking.h"
+#include "TslStream/Clipboard/ClipboardSync.h"
 #include "TslStream/Runtime/Timers.h"
 #include "TslAgent/StreamManager.h"
 #include "TslStream/Pipeline/EchoCounter.h"
@@ -56,6 +57,7 @@ public:
     const std::shared_ptr<StreamManager>& streamManager() const { return streams; }
     const std::shared_ptr<EchoCounter>& echoCounter() const { return echo; }
     const std::shared_ptr<InputPath>& inputPath() const { return input; }
+    ClipboardSync& clipboardSync() { return _clipboard; }
 
     // One tracking tick: the timer's work, also run once at start.
     void trackWindows();
@@ -89,6 +91,12 @@ private:
     asio::awaitable<ControlMessage> launchApp(ControlMessage request);
     asio::awaitable<ControlMessage> quitApp(ControlMessage request);
     asio::awaitable<ControlMessage> installApp(ControlMessage request);
+    // Menus (AgentServiceMenus.cpp).
+    asio::awaitable<ControlMessage> getMenu(ControlMessage request);
+    asio::awaitable<ControlMessage> pressMenu(ControlMessage request);
+    // Clipboard (AgentServiceClipboard.cpp).
+    asio::awaitable<ControlMessage> clipboard(ControlMessage request);
+    void startClipboardSync();
 
     const AgentConfig _config;
     const PlatformServices platform;
@@ -106,6 +114,7 @@ private:
     const std::shared_ptr<EchoCounter> echo = std::make_shared<EchoCounter>();
     const std::shared_ptr<StreamManager> streams;
     const std::shared_ptr<InputPath> input;
+    ClipboardSync _clipboard;
 };
 
 }  // namespace tsl

@@ -148,6 +148,7 @@ void Desktop::setMenuBar(int32_t pid, std::optional<std::vector<MenuItemSpec>> m
         if (SimProcess* p = w.process(pid)) {
             w.closeMenu(*p);
             p->setup.menuBar = std::move(menuBar);
+            p->validatedMenus.clear();
         }
     });
 }

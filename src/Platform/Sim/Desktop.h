@@ -38,7 +38,9 @@ struct ElementSpec {
 struct MenuItemSpec {
     std::string title;
     std::optional<bool> enabled = true;  // absent: the item has no enabled attribute at all
-    bool enabledOnlyWhileOpen = false;   // reads as disabled while its top-level menu is closed
+    // Reads as disabled until its top-level menu has been opened once, as an
+    // application that validates its items only when the menu opens.
+    bool enabledOnlyWhileOpen = false;
     std::optional<std::string> markChar;
     std::optional<std::string> cmdChar;
     int64_t cmdModifiers = 0;  // menu modifier bits: 1 shift, 2 option, 4 control, 8 no command key

@@ -187,7 +187,7 @@ const MenuItemSpec* World::menuItem(int32_t pid, const std::vector<size_t>& path
 bool World::menuItemEnabled(const SimProcess& p, const std::vector<size_t>& path) const {
     const MenuItemSpec* item = menuItem(p.pid, path);
     if (!item) return false;
-    if (item->enabledOnlyWhileOpen && p.openMenu != path.front()) return false;
+    if (item->enabledOnlyWhileOpen && !p.validatedMenus.contains(path.front())) return false;
     return item->enabled.value_or(true);
 }
 
@@ -196,6 +196,7 @@ void World::openMenu(SimProcess& p, size_t index) {
     const MenuItemSpec* top = menuItem(p.pid, {index});
     if (!top) return;
     p.openMenu = index;
+    p.validatedMenus.insert(index);
     // The open menu is a window of its application, above ordinary windows.
     WindowSpec setup{.title = "",
                     .frame = {10.0 + 80 * double(index), 24, 220, 10 + 22 * double(top->submenu.size())},

@@ -24,6 +24,7 @@ struct SimProcess {
     bool squareWhite = false;
     uint64_t patternCounter = 0;  // pictures the test pattern has drawn; the first is 1
     std::optional<size_t> openMenu;
+    std::set<size_t> validatedMenus;  // top-level menus opened since the bar was set
     uint32_t menuWindow = 0;
     std::optional<uint32_t> mainWindow;
     std::vector<std::vector<size_t>> presses;

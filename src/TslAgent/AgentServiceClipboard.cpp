@@ -1,0 +1,34 @@
+// The service's clipboard work: local copies go to every host, a host's
+// copies land on the pasteboard.
+#include "TslAgent/AgentService.h"
+
+namespace tsl {
+namespace {
+
+constexpr double clipboardPollPeriod = 0.5;  // seconds
+
+}  // namespace
+
+void AgentService::startClipboardSync() {
+    std::weak_ptr<AgentService> weakSelf = weak_from_this();
+    _clipboard.setOnLocalChange([weakSelf](const ClipboardPayload& payload) {
+        auto self = weakSelf.lock();
+        if (!self) return;
+        const ControlMessage message = ControlMessage::Clipboard{payload};
+        for (const auto& channel : self->_controls) {
+            try {
+                channel->post(message);
+            } catch (const std::exception&) {
+                // A dead channel is cleaned up by its close handler.
+            }
+        }
+    });
+    _clipboard.start(clipboardPollPeriod);
+}
+
+asio::awaitable<ControlMessage> AgentService::clipboard(ControlMessage request) {
+    if (_config.clipboardSync) _clipboard.apply(request.get<ControlMessage::Clipboard>()->value);
+    co_return ControlMessage::Ok{};
+}
+
+}  // namespace tsl
