@@ -102,7 +102,11 @@ StreamView::StreamView(uint32_t windowID, double x, double y, double width, doub
     present();
 }
 
-StreamView::~StreamView() { views().erase(SDL_GetWindowID(window->window)); }
+StreamView::~StreamView() {
+    [[maybe_unused]] WindowSystemAllocations kept;
+    views().erase(SDL_GetWindowID(window->window));
+    window.reset();
+}
 
 double StreamView::sanitizedScale(double scale) {
     if (!std::isfinite(scale)) return 1.0;
@@ -117,6 +121,7 @@ double StreamView::backingScale() const {
 }
 
 void StreamView::show(std::shared_ptr<PixelBuffer> frame, double contentScale) {
+    [[maybe_unused]] WindowSystemAllocations kept;
     if (!frame || !frame->hasSharedSurface() || frame->pixelFormat() != PixelBuffer::bgra) return;
     double scale = sanitizedScale(contentScale);
     {
@@ -142,6 +147,7 @@ void StreamView::show(std::shared_ptr<PixelBuffer> frame, double contentScale) {
 }
 
 void StreamView::present() {
+    [[maybe_unused]] WindowSystemAllocations kept;
     draw();
     SDL_RenderPresent(window->renderer);
 }
@@ -159,6 +165,7 @@ void StreamView::draw() {
 }
 
 std::shared_ptr<PixelBuffer> StreamView::readBack() {
+    [[maybe_unused]] WindowSystemAllocations kept;
     int w = 0, h = 0;
     SDL_GetRendererOutputSize(window->renderer, &w, &h);
     auto out = PixelBuffers::make(w, h);
@@ -169,6 +176,7 @@ std::shared_ptr<PixelBuffer> StreamView::readBack() {
 }
 
 void StreamView::resizeWindow(double width, double height) {
+    [[maybe_unused]] WindowSystemAllocations kept;
     SDL_SetWindowSize(window->window, std::max(1, int(std::lround(width))), std::max(1, int(std::lround(height))));
     present();
 }
@@ -196,6 +204,7 @@ void StreamView::deliver(uint32_t type, double x, double y, int64_t buttonNumber
 }
 
 void StreamView::handle(const SDL_Event& e) {
+    [[maybe_unused]] WindowSystemAllocations kept;
     uint64_t mods = flagsOf(uint16_t(SDL_GetModState()));
     switch (e.type) {
         case SDL_WINDOWEVENT:
