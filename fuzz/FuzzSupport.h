@@ -35,6 +35,13 @@ inline const std::filesystem::path& scratchDir() {
     return dir;
 }
 
+// Empties the scratch folder, so that one input's files never meet the next's.
+inline void clearScratch() {
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::directory_iterator(scratchDir(), ec))
+        std::filesystem::remove_all(entry.path(), ec);
+}
+
 inline void writeFile(const std::filesystem::path& path, const uint8_t* data, size_t size) {
     std::error_code ec;
     if (!std::filesystem::is_directory(path.parent_path(), ec)) std::filesystem::create_directories(path.parent_path());
