@@ -34,6 +34,17 @@ struct VideoReceiver {
         std::lock_guard g(lock);
         return frames.at(i);
     }
+    // Headers only: a raw frame is a megabyte, and frames keep arriving.
+    VideoFrameHeader header(size_t i) {
+        std::lock_guard g(lock);
+        return frames.at(i).header;
+    }
+    std::vector<VideoFrameHeader> headers() {
+        std::lock_guard g(lock);
+        std::vector<VideoFrameHeader> all;
+        for (const auto& f : frames) all.push_back(f.header);
+        return all;
+    }
     size_t count() {
         std::lock_guard g(lock);
         return frames.size();
