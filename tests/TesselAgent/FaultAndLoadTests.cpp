@@ -10,6 +10,7 @@
 #include "Support/AgentTestSupport.h"
 #include "Support/ChildProcess.h"
 #include "Support/TempDir.h"
+#include "TslCore/Wire/WireTestSupport.h"
 #include "TslCore/Wire/FrameDecoder.h"
 #include "TslCore/Wire/WireJSON.h"
 
@@ -147,17 +148,11 @@ struct ListeningAgent {
 
 Bytes frame(uint8_t type, const Bytes& payload, uint32_t length, uint32_t magic = WireHeader::magic,
             uint8_t version = 1) {
-    Bytes b;
-    for (int i = 0; i < 4; ++i) b.push_back(uint8_t(magic >> (8 * i)));
-    b.push_back(version);
-    b.push_back(type);
-    b.push_back(0);
-    b.push_back(0);
-    for (int i = 0; i < 4; ++i) b.push_back(uint8_t(length >> (8 * i)));
-    for (int i = 0; i < 4; ++i) b.push_back(0);
+    Bytes b = headerBytes(type, length, magic, version);
     b.insert(b.end(), payload.begin(), payload.end());
     return b;
 }
+
 Bytes frame(uint8_t type, const std::string& payload) {
     return frame(type, Bytes(payload.begin(), payload.end()), uint32_t(payload.size()));
 }

@@ -2,12 +2,8 @@
 // socket pair, the service on this thread's main actor, the simulated desktop.
 #include <gtest/gtest.h>
 
-#include "Platform/Sim/Desktop.h"
-#include "Platform/Sim/SampleApps.h"
-#include "Support/AgentTestSupport.h"
-#include "Support/Errors.h"
+#include "Support/ServiceWorld.h"
 #include "Support/SimSupport.h"
-#include "Support/TempDir.h"
 
 using namespace tsl;
 using namespace tsl::test;
@@ -15,42 +11,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct AppsWorld {
-    MainActor main;
-    TempDir root;
-    AgentConfig config = AgentConfig::simulation(AgentConfig::Mode::listen(SocketEndpoint::unix("/unused")),
-                                                 root.path(), false);
-    std::shared_ptr<Sim::Desktop> desktop = Sim::Desktop::make({.applicationDirs = {config.appsDir}});
-    ExitRecorder exits;
-    std::shared_ptr<AgentService> service;
-    std::shared_ptr<ControlChannel> agentEnd;
-    std::unique_ptr<HostEnd> host;
-
-    explicit AppsWorld(bool guestRun = false) {
-        config.isSimulation = !guestRun;  // no open roots: the share is the one
-        fs::create_directories(config.sharedDir);
-        Sim::placeSampleApps(config.appsDir);
-        service = std::make_shared<AgentService>(config, desktop->services(), exits.function());
-        auto [a, b] = socketPair();
-        agentEnd = std::make_shared<ControlChannel>(std::make_shared<WireConnection>(a, "agent"));
-        service->attach(agentEnd, {Channel::control});
-        agentEnd->start();
-        host = std::make_unique<HostEnd>(std::make_shared<WireConnection>(b, "host"));
-        host->channel->start();
-    }
-    ~AppsWorld() {
-        host.reset();
-        main.runUntil([&] { return service->attached().empty(); }, limit);
-    }
-    ControlMessage request(ControlMessage message) {
-        return main.runTask(host->channel->request(std::move(message), 10), limit);
-    }
-    // The whole message of the "failed" error the host gets.
-    std::string refusal(ControlMessage message) {
-        auto error = thrownBy<ControlError>([&] { request(std::move(message)); });
-        EXPECT_EQ(error.info().code, "failed");
-        return error.info().message;
-    }
+struct AppsWorld : ServiceWorld {
+    explicit AppsWorld(bool guestRun = false) : ServiceWorld(guestRun) {}
     std::vector<GuestApp> apps() { return request(ControlMessage::ListApps{}).get<ControlMessage::AppList>()->value; }
 };
 

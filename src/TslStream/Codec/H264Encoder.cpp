@@ -24,6 +24,7 @@ struct H264Encoder::Session {
     bool pictureAllocated = false;
     int64_t nextPts = 0;
     std::mutex use;  // one x264 call at a time
+    I420Converter converter;
 
     ~Session() {
         if (handle) x264_encoder_close(handle);
@@ -161,7 +162,7 @@ void H264Encoder::encode(PixelBuffer& buffer, const FrameInfo& info, const Outpu
             if (!locked.base()) throw PixelBufferError::lockFailed(-1);
             const x264_image_t& img = s->picture.img;
             I420Planes planes{img.plane[0], img.i_stride[0], img.plane[1], img.i_stride[1], img.plane[2], img.i_stride[2]};
-            if (!convertBGRAToI420(locked.base(), buffer.bytesPerRow(), width, height, planes))
+            if (!s->converter.convert(locked.base(), buffer.bytesPerRow(), width, height, planes))
                 throw EncoderError::encode(-2);
         }
         s->picture.i_type = key ? X264_TYPE_IDR : X264_TYPE_AUTO;
