@@ -2,13 +2,14 @@
 #include <filesystem>
 #include <string>
 
+#include "Support/TestPaths.h"
 #include "Support/Files.h"
 
 namespace tsl::test {
 
 // A test input kept as a file under tests/<module>/data/.
 inline std::string dataFile(const std::string& module, const std::string& name) {
-    return readFile(std::filesystem::path(TSL_SOURCE_DIR) / "tests" / module / "data" / name);
+    return readFile(sourceDir() / "tests" / module / "data" / name);
 }
 
 }  // namespace tsl::test

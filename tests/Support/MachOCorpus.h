@@ -5,6 +5,7 @@
 #include <string_view>
 #include <string>
 
+#include "Support/TestPaths.h"
 #include "Support/TempDir.h"
 
 // A corpus of Mach-O files and application bundles with an expected.json that
@@ -34,13 +35,13 @@ struct MachOCorpus {
     }
 
     // The one the build makes with the real toolchain.
-    static MachOCorpus generated() { return load(TSL_BINARY_DIR "/macho-corpus"); }
+    static MachOCorpus generated() { return load(binaryDir() / "macho-corpus"); }
     // One that may be shared beside the project. Copies of it have been seen
     // with a framework's symbolic links flattened into small files holding
     // the link's text (the fixtures' own notes say so); the corpus is read
     // from a scratch copy with those links put back, as the toolchain saw it.
     static MachOCorpus shared() {
-        const std::filesystem::path source = TSL_SOURCE_DIR "/../shared/fixtures";
+        const std::filesystem::path source = sourceDir() / ".." / "shared" / "fixtures";
         if (!std::filesystem::exists(source / "expected.json")) return load(source);
         static const std::filesystem::path copy = restoredCopy(source);
         return load(copy);

@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "Support/TestPaths.h"
+
 namespace tsl::test {
 
 // A fresh private folder, removed with everything in it at the end of scope.
@@ -29,7 +31,7 @@ public:
     // refuses; then a folder in the user's cache.
     static std::string simulationBase() {
         std::error_code ec;
-        std::string build = std::filesystem::weakly_canonical(TSL_BINARY_DIR, ec).string();
+        std::string build = std::filesystem::weakly_canonical(binaryDir(), ec).string();
         for (std::string shared : {"/tmp", "/var/tmp", "/private/tmp", "/private/var/tmp", "/Users/Shared"}) {
             if (build != shared && !build.starts_with(shared + "/")) continue;
             const char* home = std::getenv("HOME");

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "Support/TestPaths.h"
 #include "Support/ChildProcess.h"
 #include "Support/TempDir.h"
 #include "Support/AgentTestSupport.h"
@@ -24,7 +25,7 @@ TEST(TesselAgentEntry, RefusedCommandLinesExitWithStatusTwo) {
         {{"--bogus"}, "TesselAgent: unknown argument --bogus\n"},
     };
     for (auto& c : cases) {
-        ChildProcess agent(TSL_AGENT_EXE, c.args);
+        ChildProcess agent(agentExecutable(), c.args);
         EXPECT_EQ(agent.wait(), 2);
         EXPECT_EQ(agent.standardError(), c.line);
         EXPECT_EQ(agent.standardOutput(), "");
@@ -34,7 +35,7 @@ TEST(TesselAgentEntry, RefusedCommandLinesExitWithStatusTwo) {
 TEST(TesselAgentEntry, ListeningSimulationAnswersAHostHello) {
     auto root = TempDir::forSimulation();
     std::string socket = (root / "agent.sock").string();
-    ChildProcess agent(TSL_AGENT_EXE, {"--listen", "unix:" + socket, "--sim-root", root.path().string()});
+    ChildProcess agent(agentExecutable(), {"--listen", "unix:" + socket, "--sim-root", root.path().string()});
     ASSERT_TRUE(agent.waitForOutput("TesselAgent listening on unix:" + socket + "\n")) << agent.standardError();
     auto channel = std::make_shared<ControlChannel>(std::make_shared<WireConnection>(SocketEndpoint::unix(socket), "test"));
     channel->start();
@@ -47,7 +48,7 @@ TEST(TesselAgentEntry, ListeningSimulationAnswersAHostHello) {
 TEST(TesselAgentEntry, ListenerThatCannotBeMadeExitsWithStatusOne) {
     auto root = TempDir::forSimulation();
     std::string socket = (root / "missing" / "agent.sock").string();
-    ChildProcess agent(TSL_AGENT_EXE, {"--listen", "unix:" + socket, "--sim-root", root.path().string()});
+    ChildProcess agent(agentExecutable(), {"--listen", "unix:" + socket, "--sim-root", root.path().string()});
     EXPECT_EQ(agent.wait(), 1);
     EXPECT_NE(agent.standardError().find("cannot listen on unix:" + socket + " (unix sockets only)"), std::string::npos);
 }
@@ -56,7 +57,7 @@ TEST(TesselAgentEntry, ConnectingSimulationExitsWithStatusZeroWhenControlCloses)
     auto root = TempDir::forSimulation();
     std::string socket = (root / "host.sock").string();
     FakeHost host(socket);
-    ChildProcess agent(TSL_AGENT_EXE, {"--connect", "unix:" + socket, "--sim-root", root.path().string()});
+    ChildProcess agent(agentExecutable(), {"--connect", "unix:" + socket, "--sim-root", root.path().string()});
     ASSERT_TRUE(host.hellos.waitFor(3)) << agent.standardError();
     EXPECT_EQ(host.channelNames(), (std::vector<std::string>{"channel:control", "channel:video", "channel:input"}));
     // A request in flight does not hold the exit up.

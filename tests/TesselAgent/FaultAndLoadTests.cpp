@@ -7,6 +7,7 @@
 
 #include <fstream>
 
+#include "Support/TestPaths.h"
 #include "Support/AgentTestSupport.h"
 #include "Support/ChildProcess.h"
 #include "Support/TempDir.h"
@@ -114,7 +115,7 @@ struct ListeningAgent {
     TempDir root = TempDir::forSimulation();
     std::string socket = (root / "agent.sock").string();
     // ASan holds freed memory back for a while; that would read as growth.
-    ChildProcess process{TSL_AGENT_EXE,
+    ChildProcess process{agentExecutable(),
                          {"--listen", "unix:" + socket, "--sim-root", root.path().string()},
                          {"ASAN_OPTIONS=" + std::string(std::getenv("ASAN_OPTIONS") ? std::getenv("ASAN_OPTIONS") : "") +
                           ":quarantine_size_mb=0"}};

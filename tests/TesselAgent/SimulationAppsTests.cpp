@@ -1,6 +1,7 @@
 // A host's view of a simulation run's applications, through the executable.
 #include <gtest/gtest.h>
 
+#include "Support/TestPaths.h"
 #include "Support/AgentTestSupport.h"
 #include "Support/ChildProcess.h"
 #include "Support/Errors.h"
@@ -14,7 +15,7 @@ using namespace tsl::test;
 TEST(SimulationApps, HostListsLaunchesAndQuitsTheSampleApplications) {
     auto root = TempDir::forSimulation();
     const std::string socket = (root / "agent.sock").string();
-    ChildProcess agent(TSL_AGENT_EXE, {"--listen", "unix:" + socket, "--sim-root", root.path().string()});
+    ChildProcess agent(agentExecutable(), {"--listen", "unix:" + socket, "--sim-root", root.path().string()});
     ASSERT_TRUE(agent.waitForOutput("TesselAgent listening on unix:" + socket + "\n")) << agent.standardError();
     auto channel = std::make_shared<ControlChannel>(std::make_shared<WireConnection>(SocketEndpoint::unix(socket), "test"));
     channel->start();

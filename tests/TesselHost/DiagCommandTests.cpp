@@ -8,6 +8,7 @@
 #include <random>
 #include <thread>
 
+#include "Support/TestPaths.h"
 #include "Support/ChildProcess.h"
 #include "Support/TempDir.h"
 #include "TslCore/Diagnostics/DiagnosticEvent.h"
@@ -21,7 +22,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const std::string tessel = TSL_BINARY_DIR "/src/tessel";
+const std::string& tessel = tsl::test::tesselExecutable();
 const int64_t now = 1790000000;
 const std::string nowText = std::to_string(now);
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Support/TestPaths.h"
 #include "Support/ChildProcess.h"
 #include "Support/Files.h"
 #include "Support/TempDir.h"
@@ -132,7 +133,7 @@ TEST(TesselFeed, FetchTakesOnlyHTTPSAndNeverReadsPastTheLimit) {
                               "-keyout", k.dir / "tls.key", "-out", k.dir / "tls.pem", "-days", "1", "-subj",
                               "/CN=localhost", "-addext", "subjectAltName=IP:127.0.0.1,DNS:localhost"}));
     writeFile(k.dir / "signature", k.sign(k.body));
-    ChildProcess server("/usr/bin/python3", {TSL_SOURCE_DIR "/tests/TesselHost/feed_server.py", k.dir / "tls.pem",
+    ChildProcess server("/usr/bin/python3", {(sourceDir() / "tests/TesselHost/feed_server.py").string(), k.dir / "tls.pem",
                                              k.dir / "tls.key", k.body, k.dir / "signature"});
     ASSERT_TRUE(server.waitForOutput("\n")) << server.standardError();
     const std::string port = server.standardOutput().substr(10, server.standardOutput().find('\n') - 10);

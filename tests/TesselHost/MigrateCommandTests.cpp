@@ -107,7 +107,7 @@ TEST(TesselMigrate, AKilledStagingNeverShowsAPartialFolder) {
     const auto whole = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start);
     std::mt19937 random(11);
     for (int round = 0; round < 10; ++round) {
-        ChildProcess child(tesselExecutable, heavy.stageArgs());
+        ChildProcess child(tesselExecutable(), heavy.stageArgs());
         std::this_thread::sleep_for(std::chrono::microseconds(random() % (whole.count() + 1)));
         child.signal(SIGKILL);
         ASSERT_TRUE(child.wait().has_value());

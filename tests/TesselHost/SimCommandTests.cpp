@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "Support/TestPaths.h"
 #include "Support/Files.h"
 #include "Support/TempDir.h"
 #include "TesselHost/TesselRun.h"
@@ -32,9 +33,9 @@ bool noSimulationLeft(const fs::path& home) {
 TEST(SimCommand, HeadlessRunMeasuresAndLeavesNothingBehind) {
     TempDir home(TempDir::simulationBase());
     auto out = home / "results";
-    ChildProcess sim("/usr/bin/env", {"HOME=" + home.path().string(), tesselExecutable, "sim", "--headless",
+    ChildProcess sim("/usr/bin/env", {"HOME=" + home.path().string(), tesselExecutable(), "sim", "--headless",
                                       "--measure", "6", "--duration", "1", "--fps", "30", "--out", out.string(),
-                                      "--json", "--agent", TSL_AGENT_EXE});
+                                      "--json", "--agent", agentExecutable()});
     ASSERT_EQ(sim.wait(std::chrono::seconds(60)), 0) << sim.standardError();
     auto summary = nlohmann::json::parse(sim.standardOutput());
     EXPECT_EQ(summary["roundTrips"], 6);
@@ -109,9 +110,9 @@ TEST(SimCommand, ShowsThePatternInARealWindowAndTakesKeys) {
     XServer x;
     ASSERT_FALSE(x.name.empty()) << "Xvfb did not start: " << x.server.standardError();
     TempDir home(TempDir::simulationBase());
-    ChildProcess sim("/usr/bin/env", {"DISPLAY=" + x.name, "HOME=" + home.path().string(), tesselExecutable, "sim",
+    ChildProcess sim("/usr/bin/env", {"DISPLAY=" + x.name, "HOME=" + home.path().string(), tesselExecutable(), "sim",
                                       "--measure", "0", "--duration", "0", "--out", (home / "out").string(),
-                                      "--agent", TSL_AGENT_EXE});
+                                      "--agent", agentExecutable()});
     Screen screen(x.name);
     ASSERT_TRUE(screen.display);
     // The view's window and where it lies; asked again once it shows a frame.

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Support/TestPaths.h"
 #include "Support/ChildProcess.h"
 #include "Support/Files.h"
 #include "Support/TempDir.h"
@@ -20,7 +21,7 @@ using nlohmann::json;
 
 namespace {
 
-const std::string tessel = TSL_BINARY_DIR "/src/tessel";
+const std::string& tessel = tsl::test::tesselExecutable();
 const auto when = *ISO8601::parse("2026-10-07T12:00:00Z");
 
 struct Run {
@@ -152,7 +153,7 @@ TEST(TesselSetup, StepAndChecklistFromAStatusFile) {
 TEST(TesselSetup, AsksARunningAgent) {
     auto root = TempDir::forSimulation();
     const std::string socket = (root / "agent.sock").string();
-    ChildProcess agent(TSL_AGENT_EXE, {"--listen", "unix:" + socket, "--sim-root", root.path().string()});
+    ChildProcess agent(agentExecutable(), {"--listen", "unix:" + socket, "--sim-root", root.path().string()});
     ASSERT_TRUE(agent.waitForOutput("TesselAgent listening on unix:" + socket + "\n")) << agent.standardError();
 
     // The simulated guest grants both permissions and has no guest tools' report.

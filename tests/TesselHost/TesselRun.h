@@ -4,10 +4,9 @@
 #include <vector>
 
 #include "Support/ChildProcess.h"
+#include "Support/TestPaths.h"
 
 namespace tsl::test {
-
-inline const std::string tesselExecutable = TSL_BINARY_DIR "/src/tessel";
 
 struct TesselRun {
     std::optional<int> status;
@@ -17,7 +16,7 @@ struct TesselRun {
 // The whole output must fit the pipes (64 KiB each): the child's output is
 // read once it has ended.
 inline TesselRun runTessel(const std::vector<std::string>& args) {
-    ChildProcess child(tesselExecutable, args);
+    ChildProcess child(tesselExecutable(), args);
     TesselRun run;
     run.status = child.wait();
     run.out = child.standardOutput();

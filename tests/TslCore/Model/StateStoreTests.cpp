@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <random>
 
+#include "Support/TestPaths.h"
 #include "Support/ChildProcess.h"
 #include "Support/Files.h"
 #include "Support/TempDir.h"
@@ -255,7 +256,7 @@ TEST(StateStoreCrash, KilledSaveLeavesTheOldOrTheNewState) {
 TEST(StateStore, DatesBeyondTheClockAreDamageNotOverflow) {
     TempDir dir;
     StateStore store(dir / "state.json");
-    writeFile(store.url, readFile(std::string(TSL_SOURCE_DIR) + "/tests/TslCore/Model/data/state-date-beyond-clock.json"));
+    writeFile(store.url, readFile(sourceDir() / "tests/TslCore/Model/data/state-date-beyond-clock.json"));
     const auto loaded = store.loadReporting();
     ASSERT_EQ(loaded.outcome, Outcome::loaded);
     EXPECT_TRUE(loaded.state.beta.checklist.apps.empty()) << "the answer dated 4052 takes `apps` with it";

@@ -5,6 +5,7 @@
 
 #include <condition_variable>
 
+#include "Support/TestPaths.h"
 #include "Support/TempDir.h"
 #include "Support/VideoFrames.h"
 #include "TslCore/Measure/TestPattern.h"
@@ -61,7 +62,7 @@ private:
 
 TEST(AgentEndToEnd, TheHostListsLaunchesAndStreamsAWindowRawAndAsH264) {
     TempDir dir = TempDir::forSimulation();
-    SimulatedGuestBackend backend(dir / "guest", TSL_AGENT_EXE);
+    SimulatedGuestBackend backend(dir / "guest", agentExecutable());
     auto link = run(backend.start(nullptr));
     ASSERT_TRUE(link);
 

@@ -2,6 +2,7 @@
 
 #include <fstream>
 
+#include "Support/TestPaths.h"
 #include "Support/Errors.h"
 #include "Support/TempDir.h"
 #include "TslStream/Agent/SimulatedGuestBackend.h"
@@ -29,7 +30,7 @@ bool waitUntil(const std::function<bool()>& condition) {
 class SimulatedGuestBackendTest : public ::testing::Test {
 protected:
     TempDir dir = TempDir::forSimulation();
-    SimulatedGuestBackend backend{dir / "guest", TSL_AGENT_EXE};
+    SimulatedGuestBackend backend{dir / "guest", agentExecutable()};
     std::vector<std::string> progress;
     GuestBackend::Progress record = [this](const std::string& text) { progress.push_back(text); };
 
