@@ -118,6 +118,8 @@ TEST(TesselMigrate, AKilledStagingNeverShowsAPartialFolder) {
     EXPECT_EQ(partial.load(), 0u);
     EXPECT_GT(complete.load(), 0u);
     EXPECT_EQ(countFiles(staged), heavy.files);
-    // Only the staged folder is in the share; what the killed runs left is beside it.
+    // Only the staged folder is in the share; what the killed runs left beside
+    // it went with the next run.
     EXPECT_EQ(std::distance(fs::directory_iterator(heavy.share / "Migrate"), fs::directory_iterator()), 1);
+    EXPECT_TRUE(fs::is_empty(heavy.share.parent_path() / ".tessel-host"));
 }

@@ -29,11 +29,6 @@ std::optional<std::string> sharedPath(const std::string& shareFolder, const std:
 }
 
 // Removes the work folder whatever happens to the staging.
-struct WorkFolder {
-    std::filesystem::path path;
-    ~WorkFolder() { (void)FileTree::removeAll(path.native()); }
-};
-
 }  // namespace
 
 std::string MigrationPlan::sharedAppPath() const { return *sharedPath(shareFolder, appPath); }
@@ -109,7 +104,7 @@ void MigrationPlanner::validate(const MigrationPlan& plan) const {
 void MigrationPlanner::stage(const MigrationPlan& plan) const {
     validate(plan);
     ShareIO::remove(plan.bundleID, {migrateFolder}, shareRoot);
-    const WorkFolder work{ShareIO::makeWorkFolder(shareRoot)};
+    const ShareIO::HeldFolder work = ShareIO::makeWorkFolder(shareRoot);
     const std::filesystem::path staged = work.path / plan.bundleID;
     std::filesystem::create_directories(staged);
     TreeCopy::copy(plan.appPath, staged / PathNames::lastComponent(plan.appPath));

@@ -1,6 +1,8 @@
 #include "TslCore/Migration/ShareIO.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -30,11 +32,24 @@ std::string describe(Failure::Kind kind, const std::string& name, int32_t errnum
     throw std::filesystem::filesystem_error(what, path, std::error_code(err, std::generic_category()));
 }
 
-std::filesystem::path makeOwnerOnlyFolder(const std::filesystem::path& root, const std::string& prefix) {
-    const std::filesystem::path folder = hostFolder(root) / (prefix + makeUUIDString());
-    if (const int err = FileTree::makeFolders(folder.native(), S_IRWXU); err != 0)
+constexpr const char* heldPrefixes[] = {"work-", "trash-"};
+
+// Made and locked under a name no sweep looks at, then renamed: a sweep can
+// never take a folder that is being born.
+HeldFolder makeOwnerOnlyFolder(const std::filesystem::path& root, const std::string& prefix) {
+    const std::string id = makeUUIDString();
+    const std::filesystem::path host = hostFolder(root);
+    const std::filesystem::path born = host / ("new-" + id);
+    const std::filesystem::path folder = host / (prefix + id);
+    if (const int err = FileTree::makeFolders(born.native(), S_IRWXU); err != 0)
+        platformError("cannot create folder", born, err);
+    UniqueFd lock(::open(born.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!lock || ::flock(lock.get(), LOCK_EX | LOCK_NB) != 0 || ::rename(born.c_str(), folder.c_str()) != 0) {
+        const int err = errno;
+        (void)::rmdir(born.c_str());
         platformError("cannot create folder", folder, err);
-    return folder;
+    }
+    return HeldFolder(folder, std::move(lock));
 }
 
 }  // namespace
@@ -46,7 +61,30 @@ std::filesystem::path hostFolder(const std::filesystem::path& root) {
     return PathNames::appending(PathNames::deletingLastComponent(root.native()), ".tessel-host");
 }
 
-std::filesystem::path makeWorkFolder(const std::filesystem::path& root) { return makeOwnerOnlyFolder(root, "work-"); }
+HeldFolder::~HeldFolder() {
+    if (lock) (void)FileTree::removeAll(path.native());
+}
+
+HeldFolder makeWorkFolder(const std::filesystem::path& root) { return makeOwnerOnlyFolder(root, "work-"); }
+
+void sweepAbandoned(const std::filesystem::path& root) {
+    const std::filesystem::path host = hostFolder(root);
+    DIR* dir = ::opendir(host.c_str());
+    if (!dir) return;
+    std::vector<std::string> names;
+    while (const dirent* entry = ::readdir(dir)) {
+        const std::string_view name = entry->d_name;
+        for (const char* prefix : heldPrefixes)
+            if (name.starts_with(prefix)) names.emplace_back(name);
+    }
+    ::closedir(dir);
+    for (const std::string& name : names) {
+        const std::filesystem::path folder = host / name;
+        UniqueFd fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (!fd || ::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) continue;  // gone, or a live run's
+        (void)FileTree::removeAll(folder.native());
+    }
+}
 
 int openDirectory(const std::vector<std::string>& components, const std::filesystem::path& root, bool create) {
     UniqueFd fd(::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -82,19 +120,18 @@ void remove(const std::string& name, const std::vector<std::string>& components,
     } catch (const Failure&) {
         return;  // nothing reachable to remove
     }
-    const std::filesystem::path trash = makeOwnerOnlyFolder(root, "trash-");
-    UniqueFd trashFd(::open(trash.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!trashFd) throw Failure::open(PathNames::lastComponent(trash.native()), errno);
+    sweepAbandoned(root);
+    HeldFolder trash = makeOwnerOnlyFolder(root, "trash-");
+    UniqueFd trashFd(::open(trash.path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!trashFd) throw Failure::open(PathNames::lastComponent(trash.path.native()), errno);
     if (::renameat(dirFd.get(), name.c_str(), trashFd.get(), name.c_str()) != 0) {
         const int err = errno;
-        if (err == ENOENT) {
-            (void)FileTree::removeAll(trash.native());
-            return;
-        }
+        if (err == ENOENT) return;
         throw Failure::rename(name, err);
     }
     // The entry has left the shared tree: nothing the other side does reaches it now.
-    if (const int err = FileTree::removeAll(trash.native()); err != 0) platformError("cannot remove", trash, err);
+    if (const int err = FileTree::removeAll(trash.path.native()); err != 0)
+        platformError("cannot remove", trash.path, err);
 }
 
 }  // namespace tsl::ShareIO

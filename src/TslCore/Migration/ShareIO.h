@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "TslCore/Support/Error.h"
+#include "TslCore/Support/UniqueFd.h"
 
 // Moves into and removals from a shared folder that the other side can write
 // to. Below the root every component is opened relative to its parent's
@@ -33,9 +34,28 @@ struct Failure : Error {
 // guest sees.
 std::filesystem::path hostFolder(const std::filesystem::path& root);
 
-// A fresh owner-only "work-<UUID>" folder in hostFolder(root); the caller
-// removes it. Throws std::filesystem::filesystem_error.
-std::filesystem::path makeWorkFolder(const std::filesystem::path& root);
+// An owner-only folder of this process's in hostFolder(root), locked
+// (flock) from before it bears its name until it is removed with its
+// contents when this goes. A run killed on the way leaves it unlocked, which
+// is how sweepAbandoned tells it from a live one.
+class HeldFolder {
+public:
+    HeldFolder(std::filesystem::path path, UniqueFd lock) : path(std::move(path)), lock(std::move(lock)) {}
+    HeldFolder(HeldFolder&&) = default;
+    ~HeldFolder();
+
+    std::filesystem::path path;
+
+private:
+    UniqueFd lock;
+};
+
+// A fresh "work-<UUID>" folder. Throws std::filesystem::filesystem_error.
+HeldFolder makeWorkFolder(const std::filesystem::path& root);
+
+// Removes the work and trash folders in hostFolder(root) that no live run
+// holds: what killed runs left. Best effort; never throws.
+void sweepAbandoned(const std::filesystem::path& root);
 
 // The folder at root/components..., each component opened with O_NOFOLLOW and,
 // with `create`, made first if missing. The root itself is trusted and may be

@@ -32,8 +32,9 @@ TEST(ShareIO, WorkFoldersAreOwnerOnlyBesideTheShare) {
     EXPECT_EQ(ShareIO::hostFolder(root), tmp / ".tessel-host");
     EXPECT_EQ(ShareIO::hostFolder(root.native() + "/"), tmp / ".tessel-host");
 
-    const fs::path work = ShareIO::makeWorkFolder(root);
-    const fs::path other = ShareIO::makeWorkFolder(root);
+    auto held = std::make_optional(ShareIO::makeWorkFolder(root));
+    const ShareIO::HeldFolder otherHeld = ShareIO::makeWorkFolder(root);
+    const fs::path work = held->path, other = otherHeld.path;
     EXPECT_EQ(work.parent_path(), tmp / ".tessel-host");
     EXPECT_NE(work, other);
     EXPECT_TRUE(work.filename().native().starts_with("work-"));
@@ -41,6 +42,18 @@ TEST(ShareIO, WorkFoldersAreOwnerOnlyBesideTheShare) {
     struct stat st {};
     ASSERT_EQ(::stat(work.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0700u);
+
+    // What a killed run left is swept; what a live run holds is not.
+    writeFile(work / "half-copied", "x");
+    fs::create_directories(tmp / ".tessel-host/trash-left/deep");
+    fs::create_directories(tmp / ".tessel-host/unrelated");
+    ShareIO::sweepAbandoned(root);
+    EXPECT_TRUE(fs::exists(work / "half-copied"));
+    EXPECT_FALSE(fs::exists(tmp / ".tessel-host/trash-left"));
+    EXPECT_TRUE(fs::exists(tmp / ".tessel-host/unrelated"));
+    held.reset();
+    EXPECT_FALSE(fs::exists(work));
+    EXPECT_TRUE(fs::exists(other));
 }
 
 TEST(ShareIO, OpenDirectoryRefusesLinksAndOddNames) {
@@ -73,7 +86,8 @@ TEST(ShareIO, OpenDirectoryRefusesLinksAndOddNames) {
 TEST(ShareIO, MoveInNeverOverwrites) {
     test::TempDir tmp;
     const fs::path root = tmp / "share";
-    const fs::path work = ShareIO::makeWorkFolder(root);
+    const ShareIO::HeldFolder held = ShareIO::makeWorkFolder(root);
+    const fs::path work = held.path;
     fs::create_directory(work / "App.app");
     writeFile(work / "App.app/new", "new");
 
