@@ -2,8 +2,8 @@
 #include <filesystem>
 #include <string>
 
-#include "Support/TestPaths.h"
 #include "Support/Files.h"
+#include "Support/TestPaths.h"
 
 namespace tsl::test {
 

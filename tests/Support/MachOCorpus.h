@@ -5,8 +5,8 @@
 #include <string_view>
 #include <string>
 
-#include "Support/TestPaths.h"
 #include "Support/TempDir.h"
+#include "Support/TestPaths.h"
 
 // A corpus of Mach-O files and application bundles with an expected.json that
 // says what the scanner must find in it (see scripts/make-macho-corpus.py).

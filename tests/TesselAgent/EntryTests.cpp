@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
-#include "Support/TestPaths.h"
+#include "Support/AgentTestSupport.h"
 #include "Support/ChildProcess.h"
 #include "Support/TempDir.h"
-#include "Support/AgentTestSupport.h"
+#include "Support/TestPaths.h"
 #include "TslStream/Runtime/GlobalQueue.h"
 #include "TslStream/Runtime/Task.h"
 

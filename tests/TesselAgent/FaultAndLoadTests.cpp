@@ -7,13 +7,13 @@
 
 #include <fstream>
 
-#include "Support/TestPaths.h"
 #include "Support/AgentTestSupport.h"
 #include "Support/ChildProcess.h"
 #include "Support/TempDir.h"
-#include "TslCore/Wire/WireTestSupport.h"
+#include "Support/TestPaths.h"
 #include "TslCore/Wire/FrameDecoder.h"
 #include "TslCore/Wire/WireJSON.h"
+#include "TslCore/Wire/WireTestSupport.h"
 
 using namespace tsl;
 using namespace tsl::test;

@@ -1,11 +1,11 @@
 // A host's view of a simulation run's applications, through the executable.
 #include <gtest/gtest.h>
 
-#include "Support/TestPaths.h"
 #include "Support/AgentTestSupport.h"
 #include "Support/ChildProcess.h"
 #include "Support/Errors.h"
 #include "Support/TempDir.h"
+#include "Support/TestPaths.h"
 #include "TslStream/Runtime/GlobalQueue.h"
 #include "TslStream/Runtime/Task.h"
 

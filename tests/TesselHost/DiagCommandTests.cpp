@@ -8,9 +8,9 @@
 #include <random>
 #include <thread>
 
-#include "Support/TestPaths.h"
 #include "Support/ChildProcess.h"
 #include "Support/TempDir.h"
+#include "Support/TestPaths.h"
 #include "TslCore/Diagnostics/DiagnosticEvent.h"
 #include "TslCore/Diagnostics/DiagnosticsQueue.h"
 #include "TslCore/Diagnostics/DiagnosticsSchemaFile.h"

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "Support/TestPaths.h"
 #include "Support/ChildProcess.h"
 #include "Support/Files.h"
 #include "Support/TempDir.h"
+#include "Support/TestPaths.h"
 #include "TesselHost/TesselRun.h"
 #include "TslCore/Compat/CompatUpdater.h"
 #include "TslCore/Support/Base64.h"

@@ -5,9 +5,9 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
-#include "Support/TestPaths.h"
 #include "Support/Files.h"
 #include "Support/TempDir.h"
+#include "Support/TestPaths.h"
 #include "TesselHost/TesselRun.h"
 #include "TslCore/Measure/TestPattern.h"
 

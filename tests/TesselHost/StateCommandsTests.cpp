@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "Support/TestPaths.h"
 #include "Support/ChildProcess.h"
 #include "Support/Files.h"
 #include "Support/TempDir.h"
+#include "Support/TestPaths.h"
 #include "TslCore/Model/StateJSON.h"
 #include "TslCore/Model/StateStore.h"
 #include "TslCore/Support/ISO8601.h"

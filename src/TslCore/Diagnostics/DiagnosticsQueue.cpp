@@ -48,17 +48,8 @@ DiagnosticsQueue::InFlight decodeInFlight(const json& j) {
 DiagnosticsQueue::DiagnosticsQueue(fs::path folder, std::vector<std::string> personal)
     : _folder(std::move(folder)), _personal(std::move(personal)) {
     // A writer killed between creating its temporary file and renaming it
-    // leaves the file behind; one a minute old belongs to no live writer.
-    std::error_code ec;
-    const auto stale = fs::file_time_type::clock::now() - std::chrono::minutes(1);
-    for (fs::directory_iterator it(_folder, ec), end; !ec && it != end; it.increment(ec)) {
-        const std::string name = it->path().filename().string();
-        const bool temporary = name.starts_with(atomicTemporaryPrefix("events.json")) ||
-                               name.starts_with(atomicTemporaryPrefix("batch.json")) ||
-                               name.starts_with(atomicTemporaryPrefix("reports.json"));
-        std::error_code timeError;
-        if (temporary && it->last_write_time(timeError) < stale && !timeError) fs::remove(it->path(), timeError);
-    }
+    // leaves the file behind.
+    sweepAtomicTemporaries(_folder.string(), {"events.json", "batch.json", "reports.json"});
 }
 
 int64_t DiagnosticsQueue::currentSeconds() {

@@ -128,7 +128,9 @@ StateStore::Loaded StateStore::loadReporting(std::chrono::system_clock::time_poi
 }
 
 void StateStore::save(const PersistedState& state) const {
-    makeFolders(url.has_parent_path() ? url.parent_path() : fs::path("."));
+    const fs::path folder = url.has_parent_path() ? url.parent_path() : fs::path(".");
+    makeFolders(folder);
+    sweepAtomicTemporaries(folder.string(), {url.filename().string()});  // what a killed save left
     writeFileAtomically(url.string(), StateJSON::encodeState(state), 0600);
 }
 

@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <filesystem>
 
 #include "TslCore/Support/Error.h"
 #include "TslCore/Support/UniqueFd.h"
@@ -50,6 +52,19 @@ void writeFileAtomically(const std::string& path, std::string_view bytes, mode_t
     if (::rename(temp.c_str(), path.c_str()) != 0) cleanUp("replace");
     UniqueFd dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (dir) ::fsync(dir.get());
+}
+
+void sweepAtomicTemporaries(const std::string& folder, const std::vector<std::string>& fileNames) {
+    namespace fs = std::filesystem;
+    std::error_code ec;
+    const auto stale = fs::file_time_type::clock::now() - std::chrono::minutes(1);
+    for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
+        const std::string name = it->path().filename().string();
+        bool temporary = false;
+        for (const std::string& file : fileNames) temporary = temporary || name.starts_with(atomicTemporaryPrefix(file));
+        std::error_code timeError;
+        if (temporary && it->last_write_time(timeError) < stale && !timeError) fs::remove(it->path(), timeError);
+    }
 }
 
 }  // namespace tsl

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tsl {
 
@@ -16,5 +17,9 @@ void writeFileAtomically(const std::string& path, std::string_view bytes, mode_t
 // How the temporary file for `fileName` begins: a writer killed before its
 // rename leaves one behind, for the owner of the folder to sweep.
 inline std::string atomicTemporaryPrefix(const std::string& fileName) { return fileName + ".tmp-"; }
+
+// Removes from `folder` the temporary files of `fileNames` that are a minute
+// old: no live writer keeps one that long. Best effort; never throws.
+void sweepAtomicTemporaries(const std::string& folder, const std::vector<std::string>& fileNames);
 
 }  // namespace tsl

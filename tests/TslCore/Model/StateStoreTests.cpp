@@ -1,13 +1,14 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <random>
 
-#include "Support/TestPaths.h"
 #include "Support/ChildProcess.h"
 #include "Support/Files.h"
 #include "Support/TempDir.h"
+#include "Support/TestPaths.h"
 #include "TslCore/Model/StateJSON.h"
 #include "TslCore/Model/StateStore.h"
 #include "TslCore/Support/ISO8601.h"
@@ -249,6 +250,17 @@ TEST(StateStoreCrash, KilledSaveLeavesTheOldOrTheNewState) {
     for (const auto& e : fs::directory_iterator(dir.path())) cut += e.path().filename() != "state.json";
     std::printf("%zu of %d kills landed inside a save\n", cut, rounds);
     ::unsetenv("TSL_STATE_CRASH_FILE");
+
+    // Once they are a minute old, the next save takes them away.
+    for (const auto& e : fs::directory_iterator(dir.path()))
+        fs::last_write_time(e.path(), fs::file_time_type::clock::now() - std::chrono::minutes(2));
+    const std::string young = file + ".tmp-young";
+    writeFile(young, "a save under way");
+    StateStore(file).save({});
+    std::vector<std::string> left;
+    for (const auto& e : fs::directory_iterator(dir.path())) left.push_back(e.path().string());
+    std::sort(left.begin(), left.end());
+    EXPECT_EQ(left, (std::vector<std::string>{file, young}));
 }
 
 // Found by fuzzing: a date the clock can't hold overflowed on the way in.

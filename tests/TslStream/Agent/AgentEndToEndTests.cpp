@@ -5,8 +5,8 @@
 
 #include <condition_variable>
 
-#include "Support/TestPaths.h"
 #include "Support/TempDir.h"
+#include "Support/TestPaths.h"
 #include "Support/VideoFrames.h"
 #include "TslCore/Measure/TestPattern.h"
 #include "TslStream/Agent/SimulatedGuestBackend.h"

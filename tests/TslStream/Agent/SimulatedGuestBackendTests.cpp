@@ -2,9 +2,9 @@
 
 #include <fstream>
 
-#include "Support/TestPaths.h"
 #include "Support/Errors.h"
 #include "Support/TempDir.h"
+#include "Support/TestPaths.h"
 #include "TslStream/Agent/SimulatedGuestBackend.h"
 #include "TslStream/Runtime/GlobalQueue.h"
 

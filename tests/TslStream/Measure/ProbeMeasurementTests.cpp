@@ -120,9 +120,13 @@ TEST(ProbeMeasurement, TimeOutsAndFailedSendsLeaveTheNextOneClean) {
     // No frame ever comes: nothing, after the time-out.
     EXPECT_EQ(probe.measure(true, 0.01, [] {}), std::nullopt);
     EXPECT_THROW(probe.measure(true, 5, [] { throw std::runtime_error("link down"); }), std::runtime_error);
-    // A frame already in the wanted state ends the next measurement at once.
-    std::thread late([&] { probe.onFrame(*patternFrame(1, 0, 1, false), 1); });
-    auto result = probe.measure(false, 30, [&] { late.join(); });
+    // The next one is clean: a frame in the wanted state, from the decoding
+    // thread after the send, ends it.
+    std::thread decoder;
+    auto result = probe.measure(false, 30, [&] {
+        decoder = std::thread([&] { probe.onFrame(*patternFrame(1, 0, 1, false), 1); });
+    });
+    decoder.join();
     ASSERT_TRUE(result);
     EXPECT_GE(*result, 0);
 }
