@@ -116,15 +116,16 @@ int runSim(SimArguments& args) {
             });
             // With views the run goes on until the user closes them, unless a duration was given.
             while (!interrupted && StreamView::pumpEvents()) {
+                // Taken out under the lock, drawn outside it: the decoder never
+                // waits for the renderer, nor the renderer's locks for ours.
+                decltype(mailbox.latest) due;
                 {
                     std::lock_guard guard(mailbox.lock);
-                    for (auto& view : shown) {
-                        auto found = mailbox.latest.find(view->windowID());
-                        if (found == mailbox.latest.end()) continue;
-                        view->show(std::move(found->second.first), found->second.second);
-                        mailbox.latest.erase(found);
-                    }
+                    due.swap(mailbox.latest);
                 }
+                for (auto& view : shown)
+                    if (auto found = due.find(view->windowID()); found != due.end())
+                        view->show(std::move(found->second.first), found->second.second);
                 if (measured && o.duration > 0 && std::chrono::steady_clock::now() > end) break;
                 std::this_thread::sleep_for(std::chrono::milliseconds(2));
             }

@@ -1,38 +1,42 @@
 #include "TslAgent/InstallQueue.h"
 
+#include <thread>
+
 #include "TslStream/Runtime/Resumption.h"
 #include "TslStream/Runtime/Runtime.h"
 
 namespace tsl {
 
 InstallQueue::~InstallQueue() {
-    std::vector<Worker> workers;
-    {
-        std::lock_guard g(_lock);
-        workers.swap(_workers);
-    }
-    for (auto& worker : workers) worker.thread.join();
+    std::unique_lock g(_running->lock);
+    _running->ended.wait(g, [&] { return _running->count == 0; });
 }
 
 asio::awaitable<std::filesystem::path> InstallQueue::run(AppInstaller installer, InstallRequest request) {
     using Installed = std::filesystem::path;
     co_return co_await Resumption<Installed>::suspend([&](Resumption<Installed> done) {
-        auto flag = std::make_shared<std::atomic<bool>>(false);
-        std::thread thread([installer = std::move(installer), request = std::move(request), done, flag]() mutable {
-            setThreadName("tsl.install");
-            done.resumeWith([&] { return installer.install(request); });
-            *flag = true;
-        });
-        std::vector<Worker> ended;
+        auto leave = [](Running& running) {
+            {
+                std::lock_guard g(running.lock);
+                --running.count;
+            }
+            running.ended.notify_all();
+        };
         {
-            std::lock_guard g(_lock);
-            std::vector<Worker> running;
-            for (auto& w : _workers) (*w.finished ? ended : running).push_back(std::move(w));
-            running.push_back({std::move(thread), flag});
-            _workers.swap(running);
+            std::lock_guard g(_running->lock);
+            ++_running->count;
         }
-        // Threads that have ended are joined here rather than left to pile up.
-        for (auto& w : ended) w.thread.join();
+        try {
+            std::thread([leave, installer = std::move(installer), request = std::move(request), done,
+                         running = _running]() mutable {
+                setThreadName("tsl.install");
+                done.resumeWith([&] { return installer.install(request); });
+                leave(*running);
+            }).detach();
+        } catch (...) {
+            leave(*_running);  // no thread: the request fails with the error
+            throw;
+        }
     });
 }
 

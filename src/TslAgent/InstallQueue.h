@@ -1,12 +1,10 @@
 #pragma once
 #include <asio/awaitable.hpp>
 
-#include <atomic>
+#include <condition_variable>
 #include <filesystem>
 #include <memory>
 #include <mutex>
-#include <thread>
-#include <vector>
 
 #include "TslAgent/AppInstaller.h"
 
@@ -14,7 +12,9 @@ namespace tsl {
 
 // Keeps installations off the caller's executor: each runs on a thread of its
 // own ("tsl.install"), started in the order of arrival, while the caller's
-// executor stays free. Installs don't wait for one another.
+// executor stays free. Installs don't wait for one another. The threads are
+// detached and counted, so none is left unjoined when the process ends
+// wherever it ends.
 // Threading: run from any executor; the destructor waits for installs still
 // running, so the executor their callers wait on must outlive it.
 class InstallQueue {
@@ -28,12 +28,13 @@ public:
     asio::awaitable<std::filesystem::path> run(AppInstaller installer, InstallRequest request);
 
 private:
-    struct Worker {
-        std::thread thread;
-        std::shared_ptr<std::atomic<bool>> finished;
+    struct Running {
+        std::mutex lock;
+        std::condition_variable ended;
+        int count = 0;
     };
-    std::mutex _lock;
-    std::vector<Worker> _workers;
+    // Shared with the threads, which touch it after the last wait may be over.
+    std::shared_ptr<Running> _running = std::make_shared<Running>();
 };
 
 }  // namespace tsl
