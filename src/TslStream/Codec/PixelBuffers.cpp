@@ -26,7 +26,7 @@ std::shared_ptr<PixelBuffer> make(int64_t width, int64_t height) {
     return buffer;
 }
 
-RawPayload rawPayload(PixelBuffer& buffer, Bytes reuse) {
+RawPayload rawPayload(PixelBuffer& buffer) {
     if (buffer.pixelFormat() != bgra) throw PixelBufferError::unsupportedFormat(buffer.pixelFormat());
     PixelBufferLock locked(buffer, PixelBuffer::lockReadOnly);
     if (locked.status() != 0) throw PixelBufferError::lockFailed(locked.status());
@@ -34,9 +34,7 @@ RawPayload rawPayload(PixelBuffer& buffer, Bytes reuse) {
     if (!base) throw PixelBufferError::lockFailed(-1);
     const size_t stride = buffer.bytesPerRow();
     const size_t count = stride * size_t(buffer.height());
-    // Not value-initialised: every byte is written by the copy.
-    RawPayload payload{std::move(reuse), 0};
-    payload.data.assign(base, base + count);
+    RawPayload payload{Bytes(base, base + count), 0};
     payload.bytesPerRow = uint32_t(stride);
     return payload;
 }

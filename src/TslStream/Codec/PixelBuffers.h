@@ -49,8 +49,7 @@ struct Pixel {
 // A new zero-filled BGRA buffer; throws PixelBufferError.createFailed.
 std::shared_ptr<PixelBuffer> make(int64_t width, int64_t height);
 // The buffer's bytes as they lie, stride and all; throws PixelBufferError.
-// Written into `reuse` when given, so a frame's worth of memory can serve again.
-RawPayload rawPayload(PixelBuffer& buffer, Bytes reuse = {});
+RawPayload rawPayload(PixelBuffer& buffer);
 // A new buffer from rows `bytesPerRow` apart. Rows that `data` doesn't hold
 // whole stay zero; a wider stride keeps only width times 4 bytes a row.
 std::shared_ptr<PixelBuffer> fromRaw(int64_t width, int64_t height, size_t bytesPerRow, std::span<const uint8_t> data);

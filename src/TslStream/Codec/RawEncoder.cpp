@@ -4,15 +4,8 @@
 
 namespace tsl {
 
-void RawEncoder::encode(PixelBuffer& buffer, const FrameInfo& info, const Output& output) {
-    Bytes reuse;
-    {
-        std::lock_guard g(lock);
-        reuse = std::move(spare);
-    }
-    PixelBuffers::RawPayload raw = PixelBuffers::rawPayload(buffer, std::move(reuse));
-    EncodedFrame frame;
-    VideoFrameHeader& h = frame.header;
+VideoFrameHeader RawEncoder::header(const PixelBuffer& buffer, const FrameInfo& info, uint32_t bytesPerRow) {
+    VideoFrameHeader h;
     h.streamID = info.streamID;
     h.codec = VideoCodec::rawBGRA;
     h.flags.rawValue = VideoFrameHeader::Flags::keyframe;
@@ -21,21 +14,19 @@ void RawEncoder::encode(PixelBuffer& buffer, const FrameInfo& info, const Output
     h.guestTimestampNs = info.timestampNs;
     h.width = uint32_t(buffer.width());
     h.height = uint32_t(buffer.height());
-    h.bytesPerRow = raw.bytesPerRow;
+    h.bytesPerRow = bytesPerRow;
     h.pixelFormat = PixelBuffers::bgra;
     h.inputEcho = info.inputEcho;
     h.nativeScale = info.nativeScale;
-    frame.payload = std::move(raw.data);
-    output(std::move(frame));
+    return h;
 }
 
-}  // namespace tsl
-
-namespace tsl {
-
-void RawEncoder::recycle(Bytes payload) {
-    std::lock_guard g(lock);
-    spare = std::move(payload);
+void RawEncoder::encode(PixelBuffer& buffer, const FrameInfo& info, const Output& output) {
+    PixelBuffers::RawPayload raw = PixelBuffers::rawPayload(buffer);
+    EncodedFrame frame;
+    frame.header = header(buffer, info, raw.bytesPerRow);
+    frame.payload = std::move(raw.data);
+    output(std::move(frame));
 }
 
 }  // namespace tsl

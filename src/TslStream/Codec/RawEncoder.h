@@ -1,6 +1,4 @@
 #pragma once
-#include <mutex>
-
 #include "TslStream/Codec/VideoEncoder.h"
 
 namespace tsl {
@@ -15,13 +13,8 @@ public:
     void requestKeyframe() override {}
     void invalidate() override {}
 
-    // Hands a written frame's payload back, so that the next frame is copied
-    // into memory already mapped rather than a fresh allocation of its size.
-    void recycle(Bytes payload);
-
-private:
-    std::mutex lock;  // guards spare
-    Bytes spare;
+    // The header of a raw frame of `buffer` with rows of bytesPerRow bytes.
+    static VideoFrameHeader header(const PixelBuffer& buffer, const FrameInfo& info, uint32_t bytesPerRow);
 };
 
 }  // namespace tsl

@@ -4,6 +4,7 @@
 
 #include "TslCore/Support/MonoClock.h"
 #include "TslStream/Codec/H264Encoder.h"
+#include "TslStream/Codec/PixelBuffers.h"
 #include "TslStream/Codec/RawEncoder.h"
 
 namespace tsl {
@@ -44,6 +45,7 @@ void StreamSender::submit(PixelBuffer& buffer, double contentScale, double nativ
     if (!current) return;
 
     const FrameInfo info{streamID, id, timestampNs, wireScale(contentScale), inputEcho, wireScale(nativeScale)};
+    if (std::dynamic_pointer_cast<RawEncoder>(current)) return sendRaw(buffer, info);
     std::weak_ptr<StreamSender> weak = weak_from_this();
     try {
         current->encode(buffer, info, [weak](EncodedFrame frame) {
@@ -60,27 +62,44 @@ void StreamSender::submit(PixelBuffer& buffer, double contentScale, double nativ
 
 void StreamSender::send(EncodedFrame frame) {
     const uint64_t captured = frame.header.guestTimestampNs;
-    WireMessage message = std::move(frame).message();
     bool sent = true;
     try {
-        connection->send(message);
+        connection->send(std::move(frame).message());
     } catch (const std::exception&) {
         sent = false;
     }
-    const uint64_t now = MonoClock::nowNs();
-    std::shared_ptr<RawEncoder> raw;
-    {
-        std::lock_guard g(lock);
-        if (sent) {
-            ++_framesSent;
-            _encodeDelayNsTotal += now > captured ? now - captured : 0;
-        } else {
-            ++_sendErrors;
-        }
-        if (codec == VideoCodec::rawBGRA) raw = std::dynamic_pointer_cast<RawEncoder>(encoder);
+    count(sent, captured);
+}
+
+// Raw pictures go out of the locked capture buffer itself: the frame is
+// written before submit returns, so it needs no copy of its own.
+void StreamSender::sendRaw(PixelBuffer& buffer, const FrameInfo& info) {
+    bool sent = true;
+    try {
+        if (buffer.pixelFormat() != PixelBuffers::bgra) throw PixelBufferError::unsupportedFormat(buffer.pixelFormat());
+        PixelBufferLock locked(buffer, PixelBuffer::lockReadOnly);
+        if (locked.status() != 0 || !locked.base()) throw PixelBufferError::lockFailed(locked.status());
+        const size_t bytesPerRow = buffer.bytesPerRow();
+        connection->sendVideo(RawEncoder::header(buffer, info, uint32_t(bytesPerRow)),
+                              {locked.base(), bytesPerRow * size_t(buffer.height())});
+    } catch (const PixelBufferError& e) {
+        log.error("encode failed: %{public}s", std::string(e.what()));
+        sent = false;
+    } catch (const std::exception&) {
+        sent = false;
     }
-    // Raw frames are large: their memory serves the next frame of the same size.
-    if (raw) raw->recycle(std::move(std::get<WireMessage::Video>(message.payload).data));
+    count(sent, info.timestampNs);
+}
+
+void StreamSender::count(bool sent, uint64_t capturedNs) {
+    const uint64_t now = MonoClock::nowNs();
+    std::lock_guard g(lock);
+    if (sent) {
+        ++_framesSent;
+        _encodeDelayNsTotal += now > capturedNs ? now - capturedNs : 0;
+    } else {
+        ++_sendErrors;
+    }
 }
 
 void StreamSender::requestKeyframe() {

@@ -49,6 +49,8 @@ public:
 
 private:
     void send(EncodedFrame frame);
+    void sendRaw(PixelBuffer& buffer, const FrameInfo& info);
+    void count(bool sent, uint64_t capturedNs);
 
     const EncoderFactory makeEncoder;
     Logger log{"com.tessel.stream", "sender"};

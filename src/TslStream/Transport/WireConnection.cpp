@@ -26,21 +26,27 @@ WireConnection::~WireConnection() {
     if (fd >= 0) ::close(fd);
 }
 
-void WireConnection::send(const WireMessage& message) {
+void WireConnection::sendVideo(const VideoFrameHeader& header, std::span<const uint8_t> picture) {
     std::lock_guard write(writeLock);
     uint32_t seq;
     {
         std::lock_guard state(stateLock);
         seq = ++sequence;  // spent even if encoding fails
     }
-    if (const auto* video = message.get<WireMessage::Video>()) {
-        Bytes head = WireMessage::videoHead(video->header, video->data.size(), seq);
-        iovec parts[2] = {{head.data(), head.size()},
-                          {const_cast<uint8_t*>(video->data.data()), video->data.size()}};
-        writeParts(parts, video->data.empty() ? 1 : 2);
+    Bytes head = WireMessage::videoHead(header, picture.size(), seq);
+    iovec parts[2] = {{head.data(), head.size()}, {const_cast<uint8_t*>(picture.data()), picture.size()}};
+    writeParts(parts, picture.empty() ? 1 : 2);
+    std::lock_guard state(stateLock);
+    _bytesSent += head.size() + picture.size();
+}
+
+void WireConnection::send(const WireMessage& message) {
+    if (const auto* video = message.get<WireMessage::Video>()) return sendVideo(video->header, video->data);
+    std::lock_guard write(writeLock);
+    uint32_t seq;
+    {
         std::lock_guard state(stateLock);
-        _bytesSent += head.size() + video->data.size();
-        return;
+        seq = ++sequence;  // spent even if encoding fails
     }
     Bytes frame = message.encoded(seq);
     writeAll(frame);

@@ -3,6 +3,7 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <span>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -41,6 +42,9 @@ public:
     // Never closes the connection itself. A video picture goes out from its
     // own buffer, behind its headers, in one gathered write.
     void send(const WireMessage& message);
+    // A video frame whose picture lies in memory the caller keeps until this
+    // returns, such as a locked capture buffer: written from there, uncopied.
+    void sendVideo(const VideoFrameHeader& header, std::span<const uint8_t> picture);
     // Sends only if that needs no waiting: false, with nothing written, when
     // another writer holds the connection or the socket takes no byte now. A
     // frame the socket takes in part is finished as send would. Throws as send.
