@@ -228,9 +228,18 @@ void addDiagCommand(CLI::App& app, int& exitCode) {
     jsonFlag(next);
     next->callback([args, &exitCode] { exitCode = runNext(*args); });
     CLI::App* delivered = queue->add_subcommand("delivered", "Drop the events of the batch in flight once it was accepted");
-    delivered->add_option("id", args->id, "The batch's identifier")->required();
+    delivered->add_option("id", args->id, "The batch's identifier");
     jsonFlag(delivered);
-    delivered->callback([args, &exitCode] { exitCode = runDelivered(*args); });
+    // An identifier is URL-safe Base64 and may begin with "-", which reads as
+    // an unknown option: taken as the identifier all the same.
+    delivered->allow_extras();
+    delivered->callback([args, delivered, &exitCode] {
+        const auto extras = delivered->remaining();
+        if (args->id.empty() && extras.size() == 1) args->id = extras.front();
+        else if (args->id.empty() || !extras.empty())
+            throw CLI::ValidationError("id", "one batch identifier is required");
+        exitCode = runDelivered(*args);
+    });
 }
 
 }  // namespace tsl::host

@@ -112,6 +112,10 @@ TEST(TesselDiag, QueueRoundTripForASender) {
     EXPECT_EQ(json::parse(run.out)["id"], id);
 
     EXPECT_EQ(runTessel({"diag", "queue", "--dir", q, "delivered", "other"}).status, 1);
+    // One identifier in 64 begins with "-": an identifier still, not an option.
+    run = runTessel({"diag", "queue", "--dir", q, "delivered", "-QBnhFdHmWjE54_DwDLSlA"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.err.find("no batch in flight with the identifier -QBnhFdHmWjE54_DwDLSlA"), std::string::npos);
     run = runTessel({"diag", "queue", "--dir", q, "delivered", id});
     EXPECT_EQ(run.status, 0) << run.err;
     run = runTessel({"diag", "queue", "--dir", q, "list", "--json"});
