@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <span>
 
+#include "FuzzSupport.h"
 #include "TslCore/Wire/WireError.h"
 #include "TslStream/Codec/H264Payload.h"
 
@@ -15,7 +16,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     try {
         tsl::H264Payload decoded = tsl::H264Payload::decode(payload, hasParameterSets);
         // What decodes must survive a round trip unchanged.
-        if (tsl::H264Payload::decode(decoded.encoded(), !decoded.parameterSets.empty()) != decoded) __builtin_trap();
+        tsl::fuzz::require(tsl::H264Payload::decode(decoded.encoded(), !decoded.parameterSets.empty()) == decoded,
+                           "round trip changed the payload");
     } catch (const tsl::WireError&) {
     }
     try {

@@ -75,6 +75,7 @@ std::vector<GuestWindow> current(const PlatformServices& platform, const WindowQ
 
     std::vector<GuestWindow> out;
     out.reserve(list->size());
+    bool focusGiven = false;
     for (const PlatformValue& value : *list) {
         const ValueDict* entry = value.asDict();
         if (!entry) continue;
@@ -102,18 +103,12 @@ std::vector<GuestWindow> current(const PlatformServices& platform, const WindowQ
         if (auto it = entry->find(WindowServer::keyIsOnscreen); it != entry->end())
             if (const bool* on = it->second.asBool()) w.isOnScreen = *on;
         w.isMinimized = !w.isOnScreen;
+        // Decided in the walk, before indicators go: an indicator in front of
+        // the frontmost window takes the mark with it, and nothing is focused.
+        if (!focusGiven && frontmost == w.pid && layer == 0) w.isFocused = focusGiven = true;
         out.push_back(std::move(w));
     }
-    out = withoutCaptureIndicators(std::move(out));
-    // After the indicators are gone: one lies in front of its window and
-    // would otherwise take the focus of the window being streamed.
-    for (GuestWindow& w : out) {
-        if (frontmost == w.pid && w.layer == 0) {
-            w.isFocused = true;
-            break;
-        }
-    }
-    return markSheets(platform, std::move(out), sheets);
+    return markSheets(platform, withoutCaptureIndicators(std::move(out)), sheets);
 }
 
 std::vector<GuestWindow> withoutCaptureIndicators(std::vector<GuestWindow> windows) {

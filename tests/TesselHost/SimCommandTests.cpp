@@ -110,7 +110,8 @@ TEST(SimCommand, ShowsThePatternInARealWindowAndTakesKeys) {
     XServer x;
     ASSERT_FALSE(x.name.empty()) << "Xvfb did not start: " << x.server.standardError();
     TempDir home(TempDir::simulationBase());
-    ChildProcess sim("/usr/bin/env", {"DISPLAY=" + x.name, "SDL_RENDER_DRIVER=software", "HOME=" + home.path().string(),
+    ChildProcess sim("/usr/bin/env", {"DISPLAY=" + x.name, "SDL_RENDER_DRIVER=software", "SDL_FRAMEBUFFER_ACCELERATION=0",
+                                      "HOME=" + home.path().string(),
                                       tesselExecutable(), "sim",
                                       "--measure", "0", "--duration", "0", "--out", (home / "out").string(),
                                       "--agent", agentExecutable()});

@@ -74,6 +74,17 @@ TEST(H264Encoder, FirstAndRequestedFramesAreKeyFramesWithParameterSets) {
     EXPECT_EQ(flags, (std::vector<uint8_t>{key, 0, 0, key, 0, 0}));
 }
 
+// The picture moves every frame, so only the interval (fps × 10) makes keys.
+TEST(H264Encoder, KeyFramesComeEveryTenSecondsOfFrames) {
+    H264Encoder encoder(320, 200, 1, H264Encoder::defaultBitsPerPixel);
+    std::vector<uint64_t> keys;
+    for (uint64_t id = 1; id <= 25; ++id) {
+        auto buffer = pattern(320, 200, id);
+        if (encodeNow(encoder, *buffer, id).header.flags.contains(Flags::keyframe)) keys.push_back(id);
+    }
+    EXPECT_EQ(keys, (std::vector<uint64_t>{1, 11, 21}));
+}
+
 TEST(H264Encoder, FramesDecodeToThePicture) {
     H264Encoder encoder(640, 400, 60, H264Encoder::defaultBitsPerPixel);
     test::H264TestDecoder decoder;

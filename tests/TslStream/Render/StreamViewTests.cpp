@@ -24,6 +24,7 @@ protected:
     static void SetUpTestSuite() {
         ::setenv("SDL_VIDEODRIVER", "offscreen", 1);
         ::setenv("SDL_RENDER_DRIVER", "software", 1);
+        ::setenv("SDL_FRAMEBUFFER_ACCELERATION", "0", 1);  // else the window's surface is drawn through GL
     }
     void SetUp() override {
         if (!StreamView::displayAvailable()) GTEST_SKIP() << "no window system: " << SDL_GetError();
