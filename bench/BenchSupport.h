@@ -9,6 +9,7 @@
 
 #include <thread>
 
+#include "TslCore/Measure/Stats.h"
 #include "TslCore/Support/MonoClock.h"
 #include "TslStream/Transport/Socket.h"
 
@@ -34,10 +35,7 @@ inline double percentile(std::vector<double> v, double p) {
 }
 
 inline void ratioLine(const char* what, double ours, double baseline, double target, bool higherIsBetter = true) {
-    double ratio = ours / baseline;
-    bool met = higherIsBetter ? ratio >= target : ratio <= target;
-    std::printf("%-44s ratio %.2f (target %s %.2f) %s\n", what, ratio, higherIsBetter ? ">=" : "<=", target,
-                met ? "met" : "NOT MET");
+    std::printf("%s\n", tsl::ratioLine(what, ours / baseline, target, higherIsBetter).c_str());
 }
 
 // Round trips, in microseconds, of `bytes` (at most 100) written by this

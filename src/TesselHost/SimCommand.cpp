@@ -104,7 +104,7 @@ int runSim(SimArguments& args) {
         if (views) {
             std::vector<std::unique_ptr<StreamView>> shown;
             for (const auto& w : session.windows()) {
-                auto view = std::make_unique<StreamView>(w.windowID, w.frame.x, w.frame.y, w.frame.width,
+                auto view = std::make_unique<StreamView>(session.inputFor(w.windowID), w.frame.x, w.frame.y, w.frame.width,
                                                          w.frame.height, w.title);
                 view->onInput = [&session](const InputEvent& e) { session.sendInput(e); };
                 shown.push_back(std::move(view));

@@ -124,7 +124,7 @@ void SimSession::start(PictureSink pictureSink) {
     patternWindow = _windows.front().windowID;
     for (const auto& w : _windows)
         if (w.title == TestPatternSpec::windowTitle) patternWindow = w.windowID;
-    keys.windowID = patternWindow;
+    for (const auto& w : _windows) mappers[w.windowID] = std::make_shared<SharedInputMapper>(w.windowID);
 
     progress("Streaming…");
     uint32_t streamID = 0;
@@ -151,8 +151,8 @@ void SimSession::onVideo(const VideoFrameHeader& header, const Bytes& payload) {
         std::lock_guard guard(lock);
         framesReceived += 1;
         lastEcho = header.inputEcho;
-        // One clock on both sides of a simulation: capture to arrival is encode plus transfer.
-        if (header.guestTimestampNs <= arrived) transitMs.push_back(double(arrived - header.guestTimestampNs) / 1e6);
+        // One clock on both sides of a simulation.
+        if (header.guestTimestampNs <= arrived) captureToArrivalMs.push_back(double(arrived - header.guestTimestampNs) / 1e6);
         decodeMs.push_back(double(decoded - arrived) / 1e6);
         size_t second = size_t((arrived - started) / 1'000'000'000ull);
         if (second < 100000) {
@@ -168,12 +168,8 @@ void SimSession::onVideo(const VideoFrameHeader& header, const Bytes& payload) {
 }
 
 std::optional<double> SimSession::measureOnce(bool white) {
-    std::optional<InputEvent> event;
-    {
-        std::lock_guard guard(inputLock);
-        event = keys.map(white ? InputMapper::keyDown : InputMapper::keyUp, 0, 0, 0, 0, TestPatternSpec::f1KeyCode, 0,
-                         0, 0);
-    }
+    auto event = mappers.at(patternWindow)->map(InputMapper::HostEvent{
+        .type = white ? InputMapper::keyDown : InputMapper::keyUp, .keyCode = TestPatternSpec::f1KeyCode});
     auto latency = probe.measure(white, 2.0, [&] { link->sendInput(*event); });
     if (latency) {
         std::lock_guard guard(lock);
@@ -184,6 +180,11 @@ std::optional<double> SimSession::measureOnce(bool white) {
 
 void SimSession::sendInput(const InputEvent& event) {
     if (link) link->sendInput(event);
+}
+
+std::shared_ptr<SharedInputMapper> SimSession::inputFor(uint32_t windowID) const {
+    auto found = mappers.find(windowID);
+    return found == mappers.end() ? nullptr : found->second;
 }
 
 void SimSession::stop() {
@@ -217,7 +218,7 @@ SimFigures SimSession::figures() const {
     f.framesReceived = framesReceived;
     f.lastEcho = lastEcho;
     f.latencyMs = latencyMs;
-    f.transitMs = transitMs;
+    f.captureToArrivalMs = captureToArrivalMs;
     f.decodeMs = decodeMs;
     f.framesPerSecond = perSecond;
     f.seconds = started ? double(MonoClock::nowNs() - started) / 1e9 : 0;

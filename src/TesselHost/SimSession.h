@@ -39,8 +39,11 @@ struct SimFigures {
     uint64_t decodeErrors = 0;
     uint64_t lastEcho = 0;
     std::vector<double> latencyMs;    // input-to-pixel, one per round trip
-    std::vector<double> transitMs;    // capture on the guest to arrival on the host
-    std::vector<double> decodeMs;     // decoding on the host
+    // From the frame's capture timestamp (taken as the frame reached the
+    // agent) to its arrival on the host: the agent's encode and send, and the
+    // transfer. Nothing finer travels with a frame.
+    std::vector<double> captureToArrivalMs;
+    std::vector<double> decodeMs;  // on the host, to a picture
     std::vector<uint64_t> framesPerSecond;
     double seconds = 0;
 };
@@ -64,6 +67,10 @@ public:
     std::optional<double> measureOnce(bool white);
     // Input from a view, passed on as it is.
     void sendInput(const InputEvent& event);
+    // The mapper of a guest window, for its view: the measured keys of the
+    // test pattern's window take their sequences from the same count.
+    // Nothing for a window that isn't streamed.
+    std::shared_ptr<SharedInputMapper> inputFor(uint32_t windowID) const;
     // Stops the streams and the guest and removes its folder tree; safe twice.
     void stop();
 
@@ -86,14 +93,13 @@ private:
     uint32_t patternWindow = 0;
     PictureSink sink;
     ProbeMeasurement probe{0};
-    std::mutex inputLock;
-    InputMapper keys{0};
+    std::map<uint32_t, std::shared_ptr<SharedInputMapper>> mappers;  // filled by start, then only read
 
     mutable std::mutex lock;  // the figures below
     uint64_t started = 0;
     uint64_t framesReceived = 0;
     uint64_t lastEcho = 0;
-    std::vector<double> transitMs, decodeMs, latencyMs;
+    std::vector<double> captureToArrivalMs, decodeMs, latencyMs;
     std::vector<uint64_t> perSecond;
 };
 

@@ -13,11 +13,12 @@
 namespace tsl::test {
 
 // The test pattern with `counter` in its barcode, filling the picture.
-inline std::shared_ptr<PixelBuffer> patternPicture(int64_t width, int64_t height, uint64_t counter) {
+inline std::shared_ptr<PixelBuffer> patternPicture(int64_t width, int64_t height, uint64_t counter,
+                                                   bool squareWhite = false) {
     auto buffer = PixelBuffers::make(width, height);
     PixelBufferLock locked(*buffer, 0);
     drawTestPattern(locked.base(), width, height, buffer->bytesPerRow(), double(width) / TestPatternSpec::contentWidth,
-                    counter, false);
+                    counter, squareWhite);
     return buffer;
 }
 
@@ -30,7 +31,7 @@ public:
     EncodedFrame next(bool keyframe = false) {
         if (keyframe) encoder->requestKeyframe();
         ++frameID;
-        auto picture = patternPicture(width, height, frameID);
+        auto picture = patternPicture(width, height, frameID, squareWhite);
         std::optional<EncodedFrame> out;
         FrameInfo info{.streamID = streamID, .frameID = frameID, .timestampNs = frameID * 1000, .contentScale = 100};
         encoder->encode(*picture, info, [&](EncodedFrame f) { out = std::move(f); });
@@ -41,6 +42,7 @@ public:
     const int64_t width, height;
     const uint32_t streamID;
     uint64_t frameID = 0;
+    bool squareWhite = false;  // for the frames to come
 
 private:
     std::shared_ptr<VideoEncoder> encoder;

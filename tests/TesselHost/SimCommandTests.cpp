@@ -10,6 +10,8 @@
 #include "Support/TestPaths.h"
 #include "TesselHost/TesselRun.h"
 #include "TslCore/Measure/TestPattern.h"
+#include "TslStream/Codec/PixelBuffers.h"
+#include "TslStream/Measure/TestPatternProbe.h"
 
 // Xlib's macros (None, Bool, Status) clash with test names: included last.
 #include <X11/Xlib.h>
@@ -42,6 +44,16 @@ TEST(SimCommand, HeadlessRunMeasuresAndLeavesNothingBehind) {
     EXPECT_GT(summary["framesReceived"].get<int>(), 0);
     EXPECT_EQ(summary["decodeErrors"], 0);
     EXPECT_TRUE(summary["latencyMs"]["p50"].is_number());
+    // The goal line's figures, for scripts: p50 over the floor of this run.
+    const auto& goal = summary["goal"];
+    EXPECT_EQ(goal["what"], "input-to-pixel p50 / floor");
+    EXPECT_EQ(goal["target"], 1.2);
+    ASSERT_TRUE(goal["ratio"].is_number()) << summary.dump();
+    EXPECT_NEAR(goal["ratio"].get<double>(),
+                summary["latencyMs"]["p50"].get<double>() / summary["floorMs"].get<double>(), 1e-9);
+    EXPECT_EQ(goal["met"], goal["ratio"].get<double>() <= 1.2);
+    EXPECT_GT(summary["floorMs"].get<double>(),
+              summary["captureToArrivalMsP50"].get<double>() + summary["decodeMsP50"].get<double>());
     for (const char* name : {"sim-latency.csv", "sim-fps.csv", "sim-summary.txt", "sim-chart.svg"})
         EXPECT_TRUE(fs::exists(out / name)) << name;
     EXPECT_EQ(readFile(out / "sim-latency.csv").substr(0, 23), "round_trip,milliseconds");
@@ -88,23 +100,53 @@ struct Screen {
         if (children) XFree(children);
         return found;
     }
-    // The pixel at x, y of the whole screen as 0xRRGGBB: a screenshot of one point.
-    uint32_t pixel(int x, int y) {
-        XImage* image = XGetImage(display, DefaultRootWindow(display), x, y, 1, 1, AllPlanes, ZPixmap);
-        if (!image) return 0xDEADBEEF;
-        uint32_t value = uint32_t(XGetPixel(image, 0, 0)) & 0xFFFFFF;
+    // A screenshot of part of the screen as a BGRA picture, for the probe.
+    std::shared_ptr<PixelBuffer> shot(int x, int y, int width, int height) {
+        XImage* image = XGetImage(display, DefaultRootWindow(display), x, y, unsigned(width), unsigned(height),
+                                  AllPlanes, ZPixmap);
+        if (!image) return nullptr;
+        auto picture = PixelBuffers::make(width, height);
+        {
+            PixelBufferLock locked(*picture, 0);
+            for (int row = 0; row < height; ++row) {
+                auto* out = reinterpret_cast<uint32_t*>(locked.base() + size_t(row) * picture->bytesPerRow());
+                for (int col = 0; col < width; ++col)
+                    out[col] = 0xFF000000u | (uint32_t(XGetPixel(image, col, row)) & 0xFFFFFF);
+            }
+        }
         XDestroyImage(image);
-        return value;
+        return picture;
     }
-    bool waitForPixel(int x, int y, const std::function<bool(uint32_t)>& wanted) {
+    // Screenshots of the area until one satisfies `wanted` (the moving bar
+    // may cover a point for a frame or two).
+    std::shared_ptr<PixelBuffer> waitForShot(int x, int y, int width, int height,
+                                             const std::function<bool(PixelBuffer&)>& wanted) {
         auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (!wanted(pixel(x, y))) {
-            if (std::chrono::steady_clock::now() > deadline) return false;
+        for (;;) {
+            auto picture = shot(x, y, width, height);
+            if (picture && wanted(*picture)) return picture;
+            if (std::chrono::steady_clock::now() > deadline) return nullptr;
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
-        return true;
     }
 };
+
+// The pattern's square and cells begin and end where the guest draws them,
+// one screen pixel per point from the window's top-left corner: each edge
+// inside, with the background just outside it.
+bool patternInPlace(PixelBuffer& shot) {
+    auto at = [&](int x, int y) {
+        auto p = PixelBuffers::pixel(shot, x, y);
+        return p ? uint32_t(p->r) << 16 | uint32_t(p->g) << 8 | uint32_t(p->b) : 0xDEADBEEFu;
+    };
+    auto background = [&](int x, int y) { return at(x, y) == 0x303030; };
+    auto cell = [&](int x, int y) { return at(x, y) == 0 || at(x, y) == 0xFFFFFF; };
+    return background(39, 72) && cell(40, 72) && cell(103, 72) && background(104, 72) &&  // square, across
+           background(72, 39) && cell(72, 40) && cell(72, 103) && background(72, 104) &&  // and down
+           background(39, 148) && cell(40, 148) && cell(295, 148) && background(296, 148) &&  // the cells
+           background(48, 139) && cell(48, 140) && cell(48, 155) && background(48, 156) &&
+           TestPatternProbe::counter(shot, 1.0, 0).has_value();
+}
 
 TEST(SimCommand, ShowsThePatternInARealWindowAndTakesKeys) {
     XServer x;
@@ -132,27 +174,39 @@ TEST(SimCommand, ShowsThePatternInARealWindowAndTakesKeys) {
                XTranslateCoordinates(screen.display, *view, DefaultRootWindow(screen.display), 0, 0, &left, &top, &child);
     };
     ASSERT_TRUE(locate()) << sim.standardError();
-    screen.waitForPixel(left + 10, top + 10, [](uint32_t p) { return p == 0x303030; });
+    const int width = int(TestPatternSpec::contentWidth), height = int(TestPatternSpec::contentHeight);
+    auto first = screen.waitForShot(left, top, width, height, patternInPlace);
+    ASSERT_TRUE(first) << "the pattern is not where the guest draws it";
     ASSERT_TRUE(locate());
     // The guest window's size in points, one screen pixel each here.
-    EXPECT_EQ(attributes.width, int(TestPatternSpec::contentWidth));
-    EXPECT_EQ(attributes.height, int(TestPatternSpec::contentHeight));
+    EXPECT_EQ(attributes.width, width);
+    EXPECT_EQ(attributes.height, height);
+    EXPECT_EQ(TestPatternProbe::squareIsWhite(*first, 1.0, 0), false);
 
-    // The pattern from the window's top-left corner: background, then the black square.
-    ASSERT_TRUE(screen.waitForPixel(left + 10, top + 10, [](uint32_t p) { return p == 0x303030; }))
-        << std::hex << screen.pixel(left + 10, top + 10);
-    EXPECT_EQ(screen.pixel(left + 72, top + 72), 0u);
+    // Frames go on arriving: the counter the probe reads moves forward.
+    uint64_t counter = *TestPatternProbe::counter(*first, 1.0, 0);
+    auto later = screen.waitForShot(left, top, width, height, [&](PixelBuffer& shot) {
+        return patternInPlace(shot) && TestPatternProbe::counter(shot, 1.0, 0) != counter;
+    });
+    ASSERT_TRUE(later);
+    uint64_t ahead = (*TestPatternProbe::counter(*later, 1.0, 0) - counter) & 0xFFFF;
+    EXPECT_TRUE(ahead > 0 && ahead < 0x8000) << counter << " then " << *TestPatternProbe::counter(*later, 1.0, 0);
 
     // F1 in the view reaches the guest as key 122: the square turns white, then black again.
     XWarpPointer(screen.display, 0, DefaultRootWindow(screen.display), 0, 0, 0, 0, left + 300, top + 300);
     XSetInputFocus(screen.display, *view, RevertToParent, CurrentTime);
     KeyCode f1 = XKeysymToKeycode(screen.display, XK_F1);
+    auto squareIs = [&](bool white) {
+        return screen.waitForShot(left, top, width, height, [&](PixelBuffer& shot) {
+            return TestPatternProbe::squareIsWhite(shot, 1.0, 0) == white;
+        }) != nullptr;
+    };
     XTestFakeKeyEvent(screen.display, f1, True, CurrentTime);
     XFlush(screen.display);
-    EXPECT_TRUE(screen.waitForPixel(left + 72, top + 72, [](uint32_t p) { return p == 0xFFFFFF; }));
+    EXPECT_TRUE(squareIs(true));
     XTestFakeKeyEvent(screen.display, f1, False, CurrentTime);
     XFlush(screen.display);
-    EXPECT_TRUE(screen.waitForPixel(left + 72, top + 72, [](uint32_t p) { return p == 0; }));
+    EXPECT_TRUE(squareIs(false));
 
     sim.signal(SIGINT);
     EXPECT_EQ(sim.wait(std::chrono::seconds(30)), 0) << sim.standardError();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <numeric>
 
 namespace tsl::Stats {
@@ -24,3 +25,15 @@ std::optional<double> mean(const std::vector<double>& values) {
 }
 
 }  // namespace tsl::Stats
+
+namespace tsl {
+
+std::string ratioLine(const std::string& what, double ratio, double target, bool higherIsBetter) {
+    bool met = higherIsBetter ? ratio >= target : ratio <= target;
+    char text[256];
+    std::snprintf(text, sizeof text, "%-44s ratio %.2f (target %s %.2f) %s", what.c_str(), ratio,
+                  higherIsBetter ? ">=" : "<=", target, met ? "met" : "NOT MET");
+    return text;
+}
+
+}  // namespace tsl

@@ -1,5 +1,6 @@
 #pragma once
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace tsl {
@@ -11,5 +12,9 @@ std::optional<double> percentile(std::vector<double> values, double percentage);
 std::optional<double> median(const std::vector<double>& values);
 std::optional<double> mean(const std::vector<double>& values);
 }  // namespace Stats
+
+// A figure held to its goal, in the one form that benchmarks and goals print:
+// "<what> ratio R (target <= T) met", or "NOT MET".
+std::string ratioLine(const std::string& what, double ratio, double target, bool higherIsBetter = true);
 
 }  // namespace tsl

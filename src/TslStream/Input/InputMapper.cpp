@@ -36,6 +36,22 @@ std::optional<std::pair<Kind, Button>> kindAndButton(uint32_t type, int64_t butt
 
 }  // namespace
 
+std::optional<InputEvent> InputMapper::map(const HostEvent& e) {
+    switch (e.type) {
+        case keyDown:
+        case keyUp:
+        case flagsChanged: return map(e.type, 0, 0, 0, 0, e.keyCode, e.modifierFlags, 0, 0);
+        case scrollWheel: {
+            // The wire carries pixels; a line of a plain wheel counts as 10.
+            double perUnit = e.hasPreciseScrollDeltas ? 1.0 : 10.0;
+            return map(e.type, e.x, e.y, e.buttonNumber, 0, 0, e.modifierFlags, e.scrollDeltaX * perUnit,
+                       e.scrollDeltaY * perUnit);
+        }
+        case mouseMoved: return map(e.type, e.x, e.y, e.buttonNumber, 0, 0, e.modifierFlags, 0, 0);
+        default: return map(e.type, e.x, e.y, e.buttonNumber, e.clickCount, 0, e.modifierFlags, 0, 0);
+    }
+}
+
 std::optional<InputEvent> InputMapper::map(uint32_t type, double x, double y, int64_t buttonNumber,
                                            int64_t clickCount, uint16_t keyCode, uint64_t modifierFlags,
                                            double scrollDeltaX, double scrollDeltaY) {

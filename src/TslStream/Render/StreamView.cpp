@@ -86,7 +86,11 @@ bool StreamView::displayAvailable() {
 }
 
 StreamView::StreamView(uint32_t windowID, double x, double y, double width, double height, const std::string& title)
-    : window(std::make_unique<Window>()), mapper(windowID) {
+    : StreamView(std::make_shared<SharedInputMapper>(windowID), x, y, width, height, title) {}
+
+StreamView::StreamView(std::shared_ptr<SharedInputMapper> input, double x, double y, double width, double height,
+                       const std::string& title)
+    : window(std::make_unique<Window>()), mapper(std::move(input)) {
     if (!displayAvailable()) throw Error(std::string("no display: ") + SDL_GetError());
     int w = std::max(1, int(std::lround(width))), h = std::max(1, int(std::lround(height)));
     [[maybe_unused]] WindowSystemAllocations kept;
@@ -196,16 +200,16 @@ bool StreamView::pumpEvents() {
     return keepGoing;
 }
 
-void StreamView::deliver(uint32_t type, double x, double y, int64_t buttonNumber, int64_t clicks, uint16_t keyCode,
-                         uint64_t flags, double dx, double dy) {
+void StreamView::deliver(const InputMapper::HostEvent& event) {
     // The sequence moves whether or not anyone listens.
-    auto event = mapper.map(type, x, y, buttonNumber, clicks, keyCode, flags, dx, dy);
-    if (event && onInput) onInput(*event);
+    auto mapped = mapper->map(event);
+    if (mapped && onInput) onInput(*mapped);
 }
 
 void StreamView::handle(const SDL_Event& e) {
     [[maybe_unused]] WindowSystemAllocations kept;
-    uint64_t mods = flagsOf(uint16_t(SDL_GetModState()));
+    InputMapper::HostEvent event;
+    event.modifierFlags = flagsOf(uint16_t(SDL_GetModState()));
     switch (e.type) {
         case SDL_WINDOWEVENT:
             if (e.window.event == SDL_WINDOWEVENT_EXPOSED || e.window.event == SDL_WINDOWEVENT_SIZE_CHANGED) {
@@ -221,55 +225,79 @@ void StreamView::handle(const SDL_Event& e) {
             return;
         case SDL_MOUSEMOTION: {
             uint32_t held = e.motion.state;
-            if (held & SDL_BUTTON_LMASK) deliver(InputMapper::leftMouseDragged, e.motion.x, e.motion.y, 0, lastClicks, 0, mods, 0, 0);
-            else if (held & SDL_BUTTON_RMASK) deliver(InputMapper::rightMouseDragged, e.motion.x, e.motion.y, 1, lastClicks, 0, mods, 0, 0);
-            else if (held) deliver(InputMapper::otherMouseDragged, e.motion.x, e.motion.y, 2, lastClicks, 0, mods, 0, 0);
-            else deliver(InputMapper::mouseMoved, e.motion.x, e.motion.y, 0, 0, 0, mods, 0, 0);
+            event.x = e.motion.x;
+            event.y = e.motion.y;
+            event.clickCount = lastClicks;  // a drag carries its press's count
+            if (held & SDL_BUTTON_LMASK) {
+                event.type = InputMapper::leftMouseDragged;
+            } else if (held & SDL_BUTTON_RMASK) {
+                event.type = InputMapper::rightMouseDragged;
+                event.buttonNumber = 1;
+            } else if (held) {
+                event.type = InputMapper::otherMouseDragged;
+                event.buttonNumber = 2;
+            } else {
+                event.type = InputMapper::mouseMoved;
+            }
+            deliver(event);
             return;
         }
         case SDL_MOUSEBUTTONDOWN:
         case SDL_MOUSEBUTTONUP: {
             bool down = e.type == SDL_MOUSEBUTTONDOWN;
             if (down) lastClicks = e.button.clicks;
-            uint32_t type;
-            int64_t number;
             switch (e.button.button) {
-                case SDL_BUTTON_LEFT: type = down ? InputMapper::leftMouseDown : InputMapper::leftMouseUp; number = 0; break;
-                case SDL_BUTTON_RIGHT: type = down ? InputMapper::rightMouseDown : InputMapper::rightMouseUp; number = 1; break;
+                case SDL_BUTTON_LEFT: event.type = down ? InputMapper::leftMouseDown : InputMapper::leftMouseUp; break;
+                case SDL_BUTTON_RIGHT:
+                    event.type = down ? InputMapper::rightMouseDown : InputMapper::rightMouseUp;
+                    event.buttonNumber = 1;
+                    break;
                 default:
-                    type = down ? InputMapper::otherMouseDown : InputMapper::otherMouseUp;
-                    number = e.button.button == SDL_BUTTON_MIDDLE ? 2 : e.button.button - 1;
+                    event.type = down ? InputMapper::otherMouseDown : InputMapper::otherMouseUp;
+                    event.buttonNumber = e.button.button == SDL_BUTTON_MIDDLE ? 2 : e.button.button - 1;
             }
-            deliver(type, e.button.x, e.button.y, number, e.button.clicks, 0, mods, 0, 0);
+            event.x = e.button.x;
+            event.y = e.button.y;
+            event.clickCount = e.button.clicks;
+            deliver(event);
             return;
         }
-        case SDL_MOUSEWHEEL: {
-            double sign = e.wheel.direction == SDL_MOUSEWHEEL_FLIPPED ? -1 : 1;
-            // A wheel reports lines; the wire carries pixels.
-            deliver(InputMapper::scrollWheel, e.wheel.mouseX, e.wheel.mouseY, 0, 0, 0, mods,
-                    InputMapper::scrollPixels(sign * e.wheel.preciseX, false),
-                    InputMapper::scrollPixels(sign * e.wheel.preciseY, false));
+        case SDL_MOUSEWHEEL:
+            // SDL's values are already in the direction the user asked for
+            // (FLIPPED only says that it differs from the device's), which is
+            // the one the guest takes. SDL counts lines, rightward positive;
+            // the guest's scroll events count leftward positive.
+            event.type = InputMapper::scrollWheel;
+            event.x = e.wheel.mouseX;
+            event.y = e.wheel.mouseY;
+            event.scrollDeltaX = -double(e.wheel.preciseX);
+            event.scrollDeltaY = e.wheel.preciseY;
+            deliver(event);
             return;
-        }
         case SDL_KEYDOWN:
         case SDL_KEYUP: {
             uint32_t usage = uint32_t(e.key.keysym.scancode);
             auto code = HostKeyboard::guestKeyCode(usage);
             if (!code) return;
-            uint64_t flags = flagsOf(e.key.keysym.mod);
+            event.keyCode = *code;
+            event.modifierFlags = flagsOf(e.key.keysym.mod);
             if (HostKeyboard::isModifier(usage)) {
-                deliver(InputMapper::flagsChanged, 0, 0, 0, 0, *code, flags, 0, 0);
+                event.type = InputMapper::flagsChanged;
+                deliver(event);
                 return;
             }
-            flags |= HostKeyboard::keyFlags(usage);
+            event.modifierFlags |= HostKeyboard::keyFlags(usage);
             if (e.type == SDL_KEYUP) {
-                if (swallowedKeyUps.erase(usage) == 0) deliver(InputMapper::keyUp, 0, 0, 0, 0, *code, flags, 0, 0);
+                event.type = InputMapper::keyUp;
+                if (swallowedKeyUps.erase(usage) == 0) deliver(event);
                 return;
             }
-            deliver(InputMapper::keyDown, 0, 0, 0, 0, *code, flags, 0, 0);
-            if (flags & HostKeyboard::commandFlag) {
+            event.type = InputMapper::keyDown;
+            deliver(event);
+            if (event.modifierFlags & HostKeyboard::commandFlag) {
                 // A shortcut goes to the guest whole, at once; the host keeps nothing of it.
-                deliver(InputMapper::keyUp, 0, 0, 0, 0, *code, flags, 0, 0);
+                event.type = InputMapper::keyUp;
+                deliver(event);
                 swallowedKeyUps.insert(usage);
             }
             return;

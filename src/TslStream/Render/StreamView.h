@@ -34,6 +34,10 @@ public:
     // A window `width` by `height` points at `x`, `y`. Throws Error when the
     // window system refuses.
     StreamView(uint32_t windowID, double x, double y, double width, double height, const std::string& title);
+    // The same for a guest window whose mapper others share: their events and
+    // the view's take their sequences from one count.
+    StreamView(std::shared_ptr<SharedInputMapper> input, double x, double y, double width, double height,
+               const std::string& title);
     ~StreamView();
     StreamView(const StreamView&) = delete;
     StreamView& operator=(const StreamView&) = delete;
@@ -45,7 +49,7 @@ public:
     uint64_t framesShown() const { return _framesShown; }
     double contentPixelsPerPoint() const { return _contentPixelsPerPoint; }
     Size contentPointSize() const { return _contentPointSize; }
-    uint32_t windowID() const { return mapper.windowID; }
+    uint32_t windowID() const { return mapper->windowID(); }
 
     std::function<void(const InputEvent&)> onInput;
     std::function<void(double)> onBackingScaleChange;
@@ -68,13 +72,12 @@ public:
 private:
     void draw();
     void present();
-    void deliver(uint32_t type, double x, double y, int64_t buttonNumber, int64_t clicks, uint16_t keyCode,
-                 uint64_t flags, double dx, double dy);
+    void deliver(const InputMapper::HostEvent& event);
     double backingScale() const;
 
     struct Window;
     std::unique_ptr<Window> window;
-    InputMapper mapper;
+    std::shared_ptr<SharedInputMapper> mapper;
     uint64_t _framesShown = 0;
     std::shared_ptr<PixelBuffer> displayed;
     double _contentPixelsPerPoint = 1.0;

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <thread>
+#include <vector>
 
 #include "TslCore/Measure/TestPattern.h"
 #include "TslStream/Input/HostKeyboard.h"
@@ -65,10 +67,79 @@ TEST(InputMapper, FieldsClampNarrowAndWrap) {
     EXPECT_EQ(key->modifierFlags, HostKeyboard::commandFlag);
     EXPECT_EQ(key->keyCode, 122);
 
-    auto wheel = m.map(InputMapper::scrollWheel, 3, 4, 0, 0, 0, 0, InputMapper::scrollPixels(1, false),
-                       InputMapper::scrollPixels(-2.5, true));
-    EXPECT_FLOAT_EQ(wheel->deltaX, 10.0f);
+    auto wheel = m.map(InputMapper::scrollWheel, 3, 4, 0, 0, 0, 0, 0.1, -2.5);
+    EXPECT_FLOAT_EQ(wheel->deltaX, 0.1f);
     EXPECT_FLOAT_EQ(wheel->deltaY, -2.5f);
+}
+
+// What of a host event travels depends on its type: keys have no position,
+// clicks or deltas; only a scroll has deltas, and a wheel's lines become pixels.
+TEST(InputMapper, HostEventsCarryWhatTheirTypeHas) {
+    InputMapper m(9);
+    const uint64_t flags = HostKeyboard::shiftFlag | 0x0000'0102;  // a side bit that must not travel
+    auto full = [&](uint32_t type) {
+        return InputMapper::HostEvent{.type = type, .x = 12.5, .y = -3, .buttonNumber = 1, .clickCount = 2,
+                                      .keyCode = 122, .modifierFlags = flags, .scrollDeltaX = 1,
+                                      .scrollDeltaY = -0.5, .hasPreciseScrollDeltas = false};
+    };
+    for (uint32_t type : {InputMapper::keyDown, InputMapper::keyUp, InputMapper::flagsChanged}) {
+        auto e = m.map(full(type));
+        ASSERT_TRUE(e) << type;
+        EXPECT_EQ(e->keyCode, 122);
+        EXPECT_EQ(e->button, Button::left);
+        EXPECT_EQ(e->clickCount, 0);
+        EXPECT_EQ(e->x, 0);
+        EXPECT_EQ(e->y, 0);
+        EXPECT_EQ(e->deltaX, 0);
+        EXPECT_EQ(e->deltaY, 0);
+        EXPECT_EQ(e->modifierFlags, HostKeyboard::shiftFlag);
+    }
+    auto wheel = m.map(full(InputMapper::scrollWheel));
+    EXPECT_EQ(wheel->kind, Kind::scroll);
+    EXPECT_FLOAT_EQ(wheel->deltaX, 10);
+    EXPECT_FLOAT_EQ(wheel->deltaY, -5);
+    EXPECT_EQ(wheel->clickCount, 0);
+    EXPECT_EQ(wheel->keyCode, 0);
+    EXPECT_FLOAT_EQ(wheel->x, 12.5f);
+    EXPECT_EQ(wheel->button, Button::right);
+    auto touchpad = full(InputMapper::scrollWheel);
+    touchpad.hasPreciseScrollDeltas = true;
+    EXPECT_FLOAT_EQ(m.map(touchpad)->deltaX, 1);
+
+    auto moved = m.map(full(InputMapper::mouseMoved));
+    EXPECT_EQ(moved->clickCount, 0);
+    EXPECT_EQ(moved->deltaX, 0);
+    EXPECT_EQ(moved->keyCode, 0);
+    EXPECT_FLOAT_EQ(moved->y, -3);
+    for (uint32_t type : {InputMapper::leftMouseDown, InputMapper::otherMouseDragged}) {
+        auto e = m.map(full(type));
+        EXPECT_EQ(e->clickCount, 2);
+        EXPECT_EQ(e->keyCode, 0);
+        EXPECT_EQ(e->deltaY, 0);
+        EXPECT_FLOAT_EQ(e->x, 12.5f);
+        EXPECT_EQ(e->modifierFlags, HostKeyboard::shiftFlag);
+    }
+    uint32_t before = m.sequence;
+    EXPECT_EQ(m.map(full(13)), std::nullopt);
+    EXPECT_EQ(m.sequence, before);
+}
+
+// A window's view and a measuring run send from different threads through the
+// window's one mapper: no sequence is given twice.
+TEST(InputMapper, SharedMapperGivesEachSequenceOnce) {
+    SharedInputMapper shared(5);
+    std::vector<uint32_t> a, b;
+    auto send = [&](std::vector<uint32_t>& into) {
+        for (int i = 0; i < 2000; ++i) into.push_back(shared.map({.type = InputMapper::keyDown, .keyCode = 122})->sequence);
+    };
+    std::thread other([&] { send(b); });
+    send(a);
+    other.join();
+    std::set<uint32_t> all(a.begin(), a.end());
+    all.insert(b.begin(), b.end());
+    EXPECT_EQ(all.size(), 4000u);
+    EXPECT_EQ(*all.rbegin(), 4000u);
+    EXPECT_EQ(shared.map(InputMapper::mouseMoved, 0, 0, 0, 0, 0, 0, 0, 0)->windowID, 5u);
 }
 
 TEST(HostKeyboard, KeysReachTheGuestsCodes) {

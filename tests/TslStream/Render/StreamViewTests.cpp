@@ -119,7 +119,12 @@ TEST_F(StreamViewTest, UserEventsBecomeNumberedInputEvents) {
     wheel.wheel.mouseX = 7;
     wheel.wheel.mouseY = 8;
     view.handle(wheel);
-    ASSERT_EQ(sent.size(), 6u);
+    // A flipped wheel (the user's direction is not the device's) goes as SDL
+    // reports it; rightward is SDL's positive and the guest's negative.
+    wheel.wheel.direction = SDL_MOUSEWHEEL_FLIPPED;
+    wheel.wheel.preciseX = 0.5f;
+    view.handle(wheel);
+    ASSERT_EQ(sent.size(), 7u);
     EXPECT_EQ(sent[0].kind, Kind::mouseDown);
     EXPECT_EQ(sent[0].clickCount, 2);
     EXPECT_EQ(sent[0].x, 10);
@@ -133,6 +138,8 @@ TEST_F(StreamViewTest, UserEventsBecomeNumberedInputEvents) {
     EXPECT_EQ(sent[5].kind, Kind::scroll);
     EXPECT_EQ(sent[5].deltaY, 10);  // one wheel line is ten pixels
     EXPECT_EQ(sent[5].x, 7);
+    EXPECT_EQ(sent[6].deltaY, 10);
+    EXPECT_EQ(sent[6].deltaX, -5);
     for (size_t i = 0; i < sent.size(); ++i) EXPECT_EQ(sent[i].sequence, i + 1);
 }
 
@@ -171,6 +178,20 @@ TEST_F(StreamViewTest, KeysModifiersAndShortcuts) {
     view.handle(key(SDL_KEYDOWN, SDL_SCANCODE_UP, 0));
     EXPECT_EQ(sent.back().sequence, sent[3].sequence + 2);
     EXPECT_EQ(sent.back().modifierFlags, HostKeyboard::functionFlag | HostKeyboard::numericPadFlag);
+}
+
+// The measuring run's keys and the view's events number one count, so the
+// echo in a frame names one event.
+TEST_F(StreamViewTest, AViewSharesItsWindowsSequenceWithOtherSenders) {
+    auto input = std::make_shared<SharedInputMapper>(11);
+    StreamView view(input, 0, 0, 100, 100, "shared");
+    EXPECT_EQ(view.windowID(), 11u);
+    std::vector<uint32_t> sequences;
+    view.onInput = [&](const InputEvent& e) { sequences.push_back(e.sequence); };
+    view.handle(key(SDL_KEYDOWN, SDL_SCANCODE_F1, 0));
+    sequences.push_back(input->map({.type = InputMapper::keyUp, .keyCode = TestPatternSpec::f1KeyCode})->sequence);
+    view.handle(key(SDL_KEYUP, SDL_SCANCODE_F1, 0));
+    EXPECT_EQ(sequences, (std::vector<uint32_t>{1, 2, 3}));
 }
 
 TEST_F(StreamViewTest, DroppedFilesOnlyWhenTaken) {
