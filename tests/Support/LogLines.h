@@ -29,13 +29,15 @@ public:
     }
 
 private:
+    // Never destroyed: detached reader threads may still log while the
+    // process exits.
     static std::mutex& m() {
-        static std::mutex mutex;
-        return mutex;
+        static auto* mutex = new std::mutex;
+        return *mutex;
     }
     static std::vector<std::string>& lines() {
-        static std::vector<std::string> v;
-        return v;
+        static auto* v = new std::vector<std::string>;
+        return *v;
     }
     static void record(const Logger&, Logger::Level, const std::string& line) {
         std::lock_guard g(m());
