@@ -1,6 +1,7 @@
 // Schema documents from anywhere. A document the parser accepts prints back
 // into one it reads as equal nodes, and validating any value against it ends
-// in a problem or a pass, bounded in time by the pattern engine's limits.
+// in a problem or a pass, bounded in time by the pattern engine's limits and
+// the validator's count of steps.
 #include <nlohmann/json.hpp>
 
 #include "FuzzSupport.h"

@@ -125,8 +125,11 @@ void test(const std::string& value, const std::string& key, const std::vector<st
     for (const auto& needle : needleList)
         if (lower.find(needle) != std::string::npos) throw Problem::suspicious(value);
     if (key != "bundleId" && looksLikeFileName(value)) throw Problem::suspicious(value);
-    // A version may well have four small numbers; anywhere else they are an address.
-    if ((key != "version" && containsIPv4(value)) || containsIPv6(value)) throw Problem::suspicious(value);
+    // A version may well have four small numbers, and so may a bundle
+    // identifier, whose components its vendor chose; anywhere else, a code
+    // above all, they are an address.
+    const bool numbersAllowed = key == "version" || key == "bundleId";
+    if ((!numbersAllowed && containsIPv4(value)) || containsIPv6(value)) throw Problem::suspicious(value);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <fstream>
 #include <iterator>
@@ -33,6 +34,31 @@ std::optional<json> readJSON(const fs::path& path) {
     return value;
 }
 
+
+// Text that is not UTF-8 cannot be written as JSON; such a list is not
+// written at all.
+template <typename T>
+std::optional<std::string> encoded(const T& value) {
+    try {
+        return json(value).dump();
+    } catch (const json::exception&) {
+        return std::nullopt;
+    }
+}
+
+// Every folder that `folder` lacks, down from the first missing one, is made
+// owner-only: the user's diagnostics may sit below folders made here.
+void makeFolders(const fs::path& folder) {
+    std::vector<fs::path> missing;
+    for (fs::path at = folder; !at.empty(); at = at.parent_path()) {
+        struct stat st {};
+        if (::lstat(at.c_str(), &st) == 0 || errno != ENOENT) break;
+        missing.push_back(at);
+        if (at.parent_path() == at) break;
+    }
+    for (auto it = missing.rbegin(); it != missing.rend(); ++it)
+        if (::mkdir(it->c_str(), 0700) == 0) ::chmod(it->c_str(), 0700);  // whatever the umask took away
+}
 
 DiagnosticsQueue::InFlight decodeInFlight(const json& j) {
     DiagnosticsQueue::InFlight v;
@@ -68,7 +94,7 @@ void DiagnosticsQueue::append(const DiagnosticEvent& event, int64_t now) {
         list.erase(list.begin(), list.end() - maxEvents);
         remove(batchFile);  // the head moved: an in-flight count no longer fits
     }
-    write(eventsFile, json(list).dump());
+    write(eventsFile, encoded(list));
 }
 
 std::vector<DiagnosticEvent> DiagnosticsQueue::events() {
@@ -80,7 +106,7 @@ void DiagnosticsQueue::dropFirst(size_t n) {
     std::lock_guard guard(_lock);
     auto list = readEvents();
     list.erase(list.begin(), list.begin() + std::min(n, list.size()));
-    write(eventsFile, json(list).dump());
+    write(eventsFile, encoded(list));
     remove(batchFile);
 }
 
@@ -103,7 +129,7 @@ std::optional<DiagnosticsQueue::InFlight> DiagnosticsQueue::inFlight() {
 
 void DiagnosticsQueue::setInFlight(const InFlight& record) {
     std::lock_guard guard(_lock);
-    write(batchFile, json{{"id", record.id}, {"count", record.count}}.dump());
+    write(batchFile, encoded(json{{"id", record.id}, {"count", record.count}}));
 }
 
 std::vector<ProblemReport> DiagnosticsQueue::reports() {
@@ -117,14 +143,14 @@ void DiagnosticsQueue::enqueue(const ProblemReport& report) {
     std::erase_if(list, [&](const ProblemReport& r) { return r.id == report.id; });
     list.push_back(report);
     if (list.size() > maxReports) list.erase(list.begin(), list.end() - maxReports);
-    write(reportsFile, json(list).dump());
+    write(reportsFile, encoded(list));
 }
 
 void DiagnosticsQueue::removeReport(const std::optional<std::string>& id) {
     std::lock_guard guard(_lock);
     auto list = readReports().value_or(std::vector<ProblemReport>{});
     std::erase_if(list, [&](const ProblemReport& r) { return r.id == id; });
-    write(reportsFile, json(list).dump());
+    write(reportsFile, encoded(list));
 }
 
 void DiagnosticsQueue::stripReportDiagnostics() {
@@ -132,7 +158,7 @@ void DiagnosticsQueue::stripReportDiagnostics() {
     auto list = readReports();
     if (!list) return;
     for (auto& report : *list) report.diagnostics.reset();
-    write(reportsFile, json(*list).dump());
+    write(reportsFile, encoded(*list));
 }
 
 std::vector<DiagnosticEvent> DiagnosticsQueue::readEvents() const {
@@ -157,12 +183,12 @@ std::optional<std::vector<ProblemReport>> DiagnosticsQueue::readReports() const 
 
 // Atomic, so that a reader, or a process killed mid-write, sees the old
 // file or the new one, never a part; storage reports no failure.
-void DiagnosticsQueue::write(const char* name, const std::string& text) const {
-    std::error_code ec;
-    fs::create_directories(_folder, ec);
-    ::chmod(_folder.c_str(), 0700);
+void DiagnosticsQueue::write(const char* name, const std::optional<std::string>& text) const {
+    makeFolders(_folder);
+    ::chmod(_folder.c_str(), 0700);  // it may have existed with a wider mode
+    if (!text) return;
     try {
-        writeFileAtomically(file(name).string(), text, 0600);
+        writeFileAtomically(file(name).string(), *text, 0600);
     } catch (const Error&) {
     }
 }

@@ -49,7 +49,8 @@ private:
     std::filesystem::path file(const char* name) const { return _folder / name; }
     std::vector<DiagnosticEvent> readEvents() const;
     std::optional<std::vector<ProblemReport>> readReports() const;
-    void write(const char* name, const std::string& text) const;
+    // Writes nothing when `text` is absent: the value could not be encoded.
+    void write(const char* name, const std::optional<std::string>& text) const;
     void remove(const char* name) const;
 
     const std::filesystem::path _folder;

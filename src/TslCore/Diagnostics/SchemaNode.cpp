@@ -48,40 +48,41 @@ std::optional<double> readDouble(const json& object, const std::string& key) {
 
 bool startsWith(const std::string& s, std::string_view prefix) { return s.compare(0, prefix.size(), prefix) == 0; }
 
-SchemaNode::Payload parseNode(const json& input, const std::string& at, int depth) {
-    if (!input.is_object()) fail(at, ": not an object");
+// Reads `node` in place: a copy would be recursive in the depth of whatever
+// sits under a key, before the depth check could refuse it.
+SchemaNode::Payload parseNode(const json& node, const std::string& at, int depth) {
+    if (!node.is_object()) fail(at, ": not an object");
     if (depth > maxDepth) fail(at, ": nested too deeply");
-    json node = input;
-    node.erase("description");
-    std::set<std::string> keys;
-    for (const auto& [key, _] : node.items()) keys.insert(key);
+    std::set<std::string> keys;  // "description" is the one free comment, and not a keyword
+    for (const auto& [key, _] : node.items())
+        if (key != "description") keys.insert(key);
 
     if (keys == std::set<std::string>{"$ref"}) {
-        const json& ref = node["$ref"];
+        const json& ref = node.at("$ref");
         if (!ref.is_string() || !startsWith(ref.get_ref<const std::string&>(), defsPrefix))
             fail(at, ": only local $defs references");
         return SchemaNode::Ref{ref.get<std::string>().substr(defsPrefix.size())};
     }
     if (keys == std::set<std::string>{"const"}) {
-        const json& value = node["const"];
+        const json& value = node.at("const");
         if (value.is_boolean()) return SchemaNode::ConstBool{value.get<bool>()};
         if (const auto integer = SchemaJSON::integer(value)) return SchemaNode::ConstInt{*integer};
         if (value.is_string()) return SchemaNode::ConstString{value.get<std::string>()};
         fail(at, ": unsupported const");
     }
     if (keys == std::set<std::string>{"enum"}) {
-        const json& value = node["enum"];
+        const json& value = node.at("enum");
         if (!value.is_array() || value.empty() ||
             !std::all_of(value.begin(), value.end(), [](const json& v) { return v.is_string(); }))
             fail(at, ": enum must list strings");
         return SchemaNode::OneOfStrings{value.get<std::vector<std::string>>()};
     }
     if (keys == std::set<std::string>{"oneOf"}) {
-        const json& value = node["oneOf"];
+        const json& value = node.at("oneOf");
         if (!value.is_array()) fail(at, ": oneOf must be a list");
         SchemaNode::OneOf result;
         for (size_t i = 0; i < value.size(); ++i)
-            result.alternatives.emplace_back(parseNode(value[i], at + "/oneOf/" + std::to_string(i), depth + 1));
+            result.alternatives.emplace_back(parseNode(value.at(i), at + "/oneOf/" + std::to_string(i), depth + 1));
         return result;
     }
 
@@ -92,8 +93,9 @@ SchemaNode::Payload parseNode(const json& input, const std::string& at, int dept
         {"number", {"type", "minimum", "maximum"}},
         {"array", {"type", "items", "minItems", "maxItems"}},
     };
-    const json* typeValue = node.contains("type") ? &node["type"] : nullptr;
-    const auto row = typeValue && typeValue->is_string() ? allowed.find(typeValue->get<std::string>()) : allowed.end();
+    const auto typeValue = node.find("type");
+    const auto row = typeValue != node.end() && typeValue->is_string() ? allowed.find(typeValue->get<std::string>())
+                                                                       : allowed.end();
     if (row == allowed.end()) fail(at, ": unsupported or missing type");
     const std::string& type = row->first;
     for (const auto& key : keys)
@@ -102,7 +104,7 @@ SchemaNode::Payload parseNode(const json& input, const std::string& at, int dept
     if (type == "string") {
         SchemaNode::String result;
         if (node.contains("pattern")) {
-            const json& p = node["pattern"];
+            const json& p = node.at("pattern");
             const std::string text = p.is_string() ? p.get<std::string>() : "";
             const bool anchored = text.size() >= 2 && text.front() == '^' && text.back() == '$' &&
                                   !(text.size() >= 3 && text[text.size() - 2] == '\\');
@@ -125,7 +127,7 @@ SchemaNode::Payload parseNode(const json& input, const std::string& at, int dept
     }
     if (type == "array") {
         if (!node.contains("items")) fail(at, ": array without items");
-        SchemaNode items(parseNode(node["items"], at + "/items", depth + 1));
+        SchemaNode items(parseNode(node.at("items"), at + "/items", depth + 1));
         return SchemaNode::Array{std::move(items), readInteger(node, "minItems", at), readInteger(node, "maxItems", at)};
     }
     // object
@@ -140,13 +142,15 @@ SchemaNode::Payload parseNode(const json& input, const std::string& at, int dept
         result.required = required->get<std::vector<std::string>>();
         std::sort(result.required.begin(), result.required.end());
     }
-    if (auto properties = node.find("properties"); properties != node.end()) {
-        if (!properties->is_object()) fail(at, ": properties must be an object");
+    const auto properties = node.find("properties");
+    const bool hasProperties = properties != node.end();
+    if (hasProperties && !properties->is_object()) fail(at, ": properties must be an object");
+    // The object's own fault comes before any fault of a property.
+    for (const auto& key : result.required)
+        if (!hasProperties || !properties->contains(key)) fail(at, ": required key without a property");
+    if (hasProperties)
         for (const auto& [key, value] : properties->items())
             result.properties.emplace(key, SchemaNode(parseNode(value, at + "/" + key, depth + 1)));
-    }
-    for (const auto& key : result.required)
-        if (!result.properties.contains(key)) fail(at, ": required key without a property");
     return result;
 }
 
@@ -256,18 +260,92 @@ json SchemaNode::document() const {
         *_payload);
 }
 
+// The steps of one validation. A oneOf tries every alternative, so a schema
+// whose alternatives lead back to themselves doubles its walk at each level
+// without consuming the value: a few dozen bytes of schema would take
+// billions of steps. A sound schema meets each value node at each of its
+// own nodes a few times at most, so the walk is held to that product. Only
+// a walk past the free steps pays for measuring it.
+struct SchemaNode::Walk {
+    static constexpr uint64_t freeSteps = uint64_t(1) << 16;
+    static constexpr uint64_t maxSteps = uint64_t(1) << 20;
+    static constexpr uint64_t stepsPerPair = 4;
+
+    // Thrown past every oneOf, which would otherwise take it for a failed
+    // alternative and go on trying the others.
+    struct Exhausted {
+        std::string field;
+    };
+
+    const json* root;
+    const SchemaNode* start;
+    const SchemaDefs& defs;
+    uint64_t steps = 0;
+    uint64_t limit = freeSteps;
+    bool measured = false;
+
+    void step(const std::string& field) {
+        if (++steps <= limit) return;
+        if (!measured) {
+            measured = true;
+            limit = std::clamp(stepsPerPair * valueNodes() * schemaNodes(), freeSteps, maxSteps);
+            if (steps <= limit) return;
+        }
+        throw Exhausted{field};
+    }
+
+    uint64_t valueNodes() const {
+        uint64_t count = 1;  // an absent value is still met
+        std::vector<const json*> pending;
+        if (root) pending.push_back(root);
+        while (!pending.empty()) {
+            const json* v = pending.back();
+            pending.pop_back();
+            ++count;
+            if (v->is_structured())
+                for (const auto& member : *v) pending.push_back(&member);
+        }
+        return count;
+    }
+
+    uint64_t schemaNodes() const {
+        uint64_t count = 0;
+        std::vector<const SchemaNode*> pending{start};
+        for (const auto& [_, node] : defs) pending.push_back(&node);
+        while (!pending.empty()) {
+            const SchemaNode* node = pending.back();
+            pending.pop_back();
+            ++count;
+            if (const auto* oneOf = node->as<OneOf>())
+                for (const auto& a : oneOf->alternatives) pending.push_back(&a);
+            else if (const auto* object = node->as<Object>())
+                for (const auto& [_, p] : object->properties) pending.push_back(&p);
+            else if (const auto* array = node->as<Array>())
+                pending.push_back(&array->items);
+        }
+        return count;
+    }
+};
+
 void SchemaNode::validate(const json* value, const SchemaDefs& defs, const std::string& field) const {
-    validate(value, defs, field, 0);
+    Walk walk{value, this, defs};
+    try {
+        validate(value, defs, field, walk, 0);
+    } catch (const Walk::Exhausted& exhausted) {
+        throw Problem(exhausted.field, "too many steps to validate");
+    }
 }
 
-void SchemaNode::validate(const json* value, const SchemaDefs& defs, const std::string& field, int depth) const {
+void SchemaNode::validate(const json* value, const SchemaDefs& defs, const std::string& field, Walk& walk,
+                          int depth) const {
     if (depth > maxDepth) throw Problem(field, "nested too deeply");
+    walk.step(field);
     std::visit(
         Overloaded{
             [&](const Ref& n) {
                 auto it = defs.find(n.name);
                 if (it == defs.end()) throw Problem(field, "schema has no definition " + n.name);
-                it->second.validate(value, defs, field, depth + 1);
+                it->second.validate(value, defs, field, walk, depth + 1);
             },
             [&](const ConstBool& n) {
                 if (!value || !value->is_boolean() || value->get<bool>() != n.value)
@@ -292,7 +370,7 @@ void SchemaNode::validate(const json* value, const SchemaDefs& defs, const std::
                 std::optional<Problem> kept;
                 for (const auto& alternative : n.alternatives) {
                     try {
-                        alternative.validate(value, defs, field, depth + 1);
+                        alternative.validate(value, defs, field, walk, depth + 1);
                         ++accepted;
                     } catch (const Problem& problem) {
                         if (!kept && alternative.typeConst(defs) == claimed) kept = problem;
@@ -312,7 +390,7 @@ void SchemaNode::validate(const json* value, const SchemaDefs& defs, const std::
                     if (!value->contains(key)) throw Problem(child(field, key), "missing");
                 for (const auto& [key, node] : n.properties)
                     if (auto it = value->find(key); it != value->end())
-                        node.validate(&*it, defs, child(field, key), depth + 1);
+                        node.validate(&*it, defs, child(field, key), walk, depth + 1);
             },
             [&](const String& n) {
                 if (!value || !value->is_string()) throw Problem(field, "not a string");
@@ -349,7 +427,7 @@ void SchemaNode::validate(const json* value, const SchemaDefs& defs, const std::
                 if (n.maxItems && count > *n.maxItems)
                     throw Problem(field, "more than " + std::to_string(*n.maxItems) + " items");
                 for (size_t i = 0; i < value->size(); ++i)
-                    n.items.validate(&(*value)[i], defs, field + "[" + std::to_string(i) + "]", depth + 1);
+                    n.items.validate(&(*value)[i], defs, field + "[" + std::to_string(i) + "]", walk, depth + 1);
             },
         },
         *_payload);

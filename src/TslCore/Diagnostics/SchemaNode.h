@@ -71,7 +71,9 @@ public:
     nlohmann::json document() const;
 
     // Throws DiagnosticsValidator::Problem for the first thing wrong; any other
-    // error passes unchanged. `value` is null when its key was absent.
+    // error passes unchanged. `value` is null when its key was absent. A walk
+    // that takes far more steps than the value and the schema have nodes
+    // between them ends in a problem too.
     void validate(const nlohmann::json* value, const SchemaDefs& defs, const std::string& field) const;
 
     // Lookups that follow references through `defs`; nothing for a node of
@@ -86,7 +88,9 @@ public:
 
 private:
     const SchemaNode* resolved(const SchemaDefs& defs) const;
-    void validate(const nlohmann::json* value, const SchemaDefs& defs, const std::string& field, int depth) const;
+    struct Walk;
+    void validate(const nlohmann::json* value, const SchemaDefs& defs, const std::string& field, Walk& walk,
+                  int depth) const;
 
     std::shared_ptr<const Payload> _payload;
 };

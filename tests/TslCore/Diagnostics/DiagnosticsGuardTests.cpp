@@ -67,6 +67,9 @@ TEST(DiagnosticsGuard, RefusesPersonalTextsAndLetsTheSchemaFieldsThrough) {
     EXPECT_EQ(refused(bodyWith("failure", "pdf")), "");
     EXPECT_EQ(refused(bodyWith("failure", "build.10.0.19041.1")), "");
     EXPECT_EQ(refused(bodyWith("version", "10.1.2.3")), "");
+    EXPECT_EQ(refused(bodyWith("bundleId", "com.vendor.1.2.3.4")), "");
+    EXPECT_EQ(refused(bodyWith("failure", "net.1.2.3.4")), "net.1.2.3.4");
+    EXPECT_EQ(refused(bodyWith("errors", "dial_10.0.0.5")), "dial_10.0.0.5");
     EXPECT_EQ(refused(bodyWith("bundleId", "com.example.key")), "");
     EXPECT_EQ(refused(bodyWith("failure", "com.example.key")), "com.example.key");
 }
@@ -115,6 +118,7 @@ TEST(DiagnosticsGuard, TheSystemsOwnNamesAreNeedles) {
 
 TEST(DiagnosticsGuard, EventCheckRunsTheValidatorAndTheGuard) {
     EXPECT_TRUE(DiagnosticsGuard::check(appEvent(), someone, diagNow));
+    EXPECT_TRUE(DiagnosticsGuard::check(appEvent("com.vendor.1.2.3.4"), someone, diagNow));
     EXPECT_FALSE(DiagnosticsGuard::check(appEvent("com.jdoe.tool"), someone, diagNow));
     EXPECT_FALSE(DiagnosticsGuard::check(appEvent("com.example.editor", diagNow + 301), someone, diagNow));
     auto bad = setupEvent();

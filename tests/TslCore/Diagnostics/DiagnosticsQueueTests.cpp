@@ -100,7 +100,10 @@ TEST(DiagnosticsQueue, ModesAreMendedWhenWider) {
     TempDir dir;
     const fs::path folder = dir / "a" / "b";
     DiagnosticsQueue queue(folder, personal);
+    const mode_t umask = ::umask(022);
     queue.append(numbered(0), diagNow);
+    ::umask(umask);
+    EXPECT_EQ(modeOf(dir / "a"), 0700u);  // the folders made on the way too
     EXPECT_EQ(modeOf(folder), 0700u);
     EXPECT_EQ(modeOf(folder / "events.json"), 0600u);
     ::chmod(folder.c_str(), 0755);
@@ -125,6 +128,15 @@ TEST(DiagnosticsQueue, StorageFailuresStaySilent) {
     queue.dropFirst(1);
     EXPECT_TRUE(queue.events().empty());
     EXPECT_TRUE(queue.reports().empty());
+
+    // A text that is not UTF-8 cannot be encoded: nothing is written, and
+    // the stored list stays as it was.
+    TempDir dir;
+    DiagnosticsQueue real(dir.path(), personal);
+    real.enqueue(reportWith("A"));
+    EXPECT_NO_THROW(real.enqueue(reportWith("B", "bad \xff\xfe")));
+    ASSERT_EQ(real.reports().size(), 1u);
+    EXPECT_EQ(real.reports().front().id, "A");
 }
 
 TEST(DiagnosticsQueue, ReportsReplaceByIdentifierAndKeepTheNewest20) {

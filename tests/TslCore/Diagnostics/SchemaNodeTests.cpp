@@ -104,10 +104,29 @@ TEST(SchemaNode, NodeRefusalsKeepTheLanguageClosed) {
                           {"additionalProperties", false},
                           {"properties", {{"a", {{"type", "number"}}}}}}),
               "#/$defs/x/a: needs minimum and maximum");
+    // The object's own fault is found before its properties are read.
+    EXPECT_EQ(parseError({{"type", "object"},
+                          {"additionalProperties", false},
+                          {"required", {"b"}},
+                          {"properties", {{"a", {{"type", "number"}}}}}}),
+              "#/$defs/x: required key without a property");
     // Self-nesting without end is refused rather than followed.
     json deep = {{"type", "string"}};
     for (int i = 0; i < 200; ++i) deep = {{"type", "array"}, {"items", deep}};
     EXPECT_NE(parseError(deep), "accepted");
+}
+
+TEST(SchemaNode, DeepValuesUnderAnyKeyAreNeverWalked) {
+    // Far deeper than the stack could follow: only the depth of schema nodes
+    // is ever walked, and that is bounded.
+    const std::string deep = std::string(500000, '[') + std::string(500000, ']');
+    EXPECT_EQ(fileError(R"({"$ref": "#/$defs/a", "$defs": {"a": {"type": "string", "x": )" + deep + "}}}"),
+              "#/$defs/a: keyword x not implemented for type string");
+    EXPECT_EQ(fileError(R"({"$ref": "#/$defs/a", "title": )" + deep +
+                        R"(, "$defs": {"a": {"const": 1, "description": )" + deep + "}}}"),
+              "accepted");
+    EXPECT_EQ(fileError(R"({"$ref": "#/$defs/a", "$defs": {"a": {"const": )" + deep + "}}}"),
+              "#/$defs/a: unsupported const");
 }
 
 TEST(SchemaNode, NodeFormsAndComments) {
@@ -198,6 +217,35 @@ TEST(SchemaNode, ArraysAndReferences) {
     const SchemaDefs loop{{"a", SchemaNode::Ref{"b"}}, {"b", SchemaNode::Ref{"a"}}};
     EXPECT_THROW(SchemaNode(SchemaNode::Ref{"a"}).validate(nullptr, loop, "v"), Problem);
     EXPECT_FALSE(SchemaNode(SchemaNode::Ref{"a"}).intRange(loop));
+}
+
+TEST(SchemaNode, SchemasThatMultiplyTheirWorkEndInAProblem) {
+    // Each level tries both alternatives on the same value: 2^64 steps unbounded.
+    const auto doubling = SchemaNode::parseFile(
+        R"({"$ref":"#/$defs/a","$defs":{"a":{"oneOf":[{"$ref":"#/$defs/a"},{"$ref":"#/$defs/a"}]}}})");
+    EXPECT_EQ(problem(SchemaNode::Ref{"a"}, json::object(), doubling.defs), "v: too many steps to validate");
+    // Without a cycle: each definition tries the next one twice.
+    SchemaDefs chain{{"d40", SchemaNode::Integer{0, 1}}};
+    for (int i = 0; i < 40; ++i) {
+        const SchemaNode next = SchemaNode::Ref{"d" + std::to_string(i + 1)};
+        chain.emplace("d" + std::to_string(i), SchemaNode::OneOf{{next, next}});
+    }
+    EXPECT_EQ(problem(SchemaNode::Ref{"d0"}, json(1), chain), "v: too many steps to validate");
+    // Alternatives that consume the value at each level double as well.
+    const SchemaDefs nesting{{"a", SchemaNode::OneOf{{SchemaNode::Array{SchemaNode::Ref{"a"}, std::nullopt, std::nullopt},
+                                                      SchemaNode::Array{SchemaNode::Ref{"a"}, std::nullopt, std::nullopt}}}}};
+    json value = json::array();
+    for (int i = 0; i < 40; ++i) value = json::array({value});
+    EXPECT_TRUE(problem(SchemaNode::Ref{"a"}, value, nesting).ends_with("]: too many steps to validate"));
+
+    // A full batch of the system's own schema is far from the bound.
+    json event = {{"type", "setup"}, {"at", 1}, {"step", "ready"}, {"status", "ok"}};
+    const json batch = {{"schema", 1},
+                        {"batch", std::string(22, 'A')},
+                        {"app", {{"version", "1.0"}, {"build", "2026.1.1"}}},
+                        {"consent", {{"diagnostics", true}, {"version", "2026-10-05"}}},
+                        {"events", json(std::vector<json>(200, event))}};
+    EXPECT_EQ(problem(SchemaNode::Ref{"diagnosticsBatch"}, batch, DiagnosticsSchemaFile::defs()), "valid");
 }
 
 TEST(SchemaNode, OneOfSpeaksOfTheClaimedKind) {
