@@ -67,4 +67,30 @@ inline std::vector<double> rawPingPongMicros(int rounds, size_t bytes = 100) {
     return micros;
 }
 
+// Frames of `bytes` (at most 100) per second written back to back, one write
+// each, by one thread and read by another over a socket pair: the floor for a
+// stream of small frames in one direction.
+inline double rawOneWayFramesPerSecond(int frames, size_t bytes = 100) {
+    auto [a, b] = socketPair();
+    bytes = std::min<size_t>(bytes, 100);
+    const size_t total = size_t(frames) * bytes;
+    auto t0 = std::chrono::steady_clock::now();
+    std::thread writer([a = a, frames, bytes] {
+        uint8_t buf[100] = {};
+        for (int i = 0; i < frames; ++i)
+            if (::write(a, buf, bytes) != ssize_t(bytes)) std::abort();
+    });
+    uint8_t buf[4096];
+    for (size_t got = 0; got < total;) {
+        ssize_t n = ::read(b, buf, std::min(sizeof buf, total - got));
+        if (n <= 0) std::abort();
+        got += size_t(n);
+    }
+    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    writer.join();
+    ::close(a);
+    ::close(b);
+    return frames / seconds;
+}
+
 }  // namespace tsl::bench

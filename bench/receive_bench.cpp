@@ -1,9 +1,10 @@
 // The host's receiving end. H.264 decode of the test pattern at 1280×800 and
 // 1920×1080 through StreamReceiver, against libavcodec alone on the same
 // packets converting each picture to BGRA the same way (libyuv, one reused
-// buffer); then frames per second of a whole loopback stream, encoder to
-// picture: frames encoded on a sender thread, sent over a unix socket through
-// the agent acceptor and link, decoded by the receiver, for raw and H.264.
+// buffer); then frames per second of a whole loopback stream agent to host,
+// for raw and H.264: an agent service capturing a test-pattern window on the
+// simulated desktop, over unix sockets through the agent acceptor and link,
+// decoded by the receiver.
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavutil/frame.h>
@@ -11,12 +12,11 @@ extern "C" {
 #include <libyuv/convert_argb.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstring>
-#include <mutex>
-#include <thread>
 
 #include "BenchSupport.h"
+#include "Platform/Sim/Desktop.h"
+#include "TslAgent/AgentService.h"
 #include "TslCore/Measure/TestPattern.h"
 #include "TslStream/Agent/AgentAcceptor.h"
 #include "TslStream/Codec/H264Payload.h"
@@ -24,6 +24,7 @@ extern "C" {
 #include "TslStream/Codec/VideoEncoder.h"
 #include "TslStream/Pipeline/StreamReceiver.h"
 #include "TslStream/Runtime/GlobalQueue.h"
+#include "TslStream/Runtime/MainActor.h"
 #include "TslStream/Runtime/Task.h"
 
 using namespace tsl;
@@ -111,50 +112,68 @@ Hello hello(Hello::Role role, std::vector<std::string> capabilities) {
     return h;
 }
 
-// Frames per second from the first frame sent to the last picture decoded.
+// Frames per second of a whole loopback stream: an agent service streams a
+// test-pattern window of the size, captured on the simulated desktop as fast
+// as the pipeline takes frames (encoder, sender, socket), to the host's link
+// and receiver, which decode every picture. From the first capture of the
+// timed run to its last picture decoded.
 double loopbackFPS(VideoCodec codec, int64_t width, int64_t height, int count) {
+    constexpr auto limit = std::chrono::seconds(60);
+    MainActor main;
+    auto desktop = Sim::Desktop::make({.manualCapture = true});
+    const int32_t pid = desktop->addProcess(
+        {.name = "Pattern", .bundleID = std::string(TestPatternSpec::bundleID), .kind = Sim::AppKind::testPattern});
+    const uint32_t window = desktop->addWindow(
+        pid, {.title = std::string(TestPatternSpec::windowTitle), .frame = {0, 0, double(width), double(height)}});
+    auto service = std::make_shared<AgentService>(
+        AgentConfig::simulation(AgentConfig::Mode::listen(SocketEndpoint::unix("/unused")), "/nonexistent-root", false),
+        desktop->services(), [](int) {});
+
+    // The agent's two channels, each greeting the host's acceptor as the runner does.
     auto acceptor = std::make_shared<AgentAcceptor>(hello(Hello::Role::host, {}));
-    std::vector<std::shared_ptr<ControlChannel>> agentEnds;
     for (Channel channel : {Channel::control, Channel::video}) {
         auto [hostFd, agentFd] = socketPair();
         acceptor->accept(hostFd, std::string(rawValue(channel)), std::nullopt);
         auto end = std::make_shared<ControlChannel>(std::make_shared<WireConnection>(agentFd, "agent"));
+        service->attach(end, {channel});
         end->start();
         runBlocking(GlobalQueue::executor(),
                     end->request(ControlMessage::Hello{hello(Hello::Role::agent, {std::string(rawValue(channel))})}, 10),
-                    std::chrono::seconds(10));
-        agentEnds.push_back(end);
+                    limit);
     }
-    auto link = runBlocking(GlobalQueue::executor(), acceptor->waitForLink(10), std::chrono::seconds(10));
+    auto link = runBlocking(GlobalQueue::executor(), acceptor->waitForLink(10), limit);
 
     StreamReceiver receiver(false);
-    std::mutex m;
-    std::condition_variable cv;
-    int shown = 0;
+    std::atomic<int> shown{0};
+    std::atomic<uint32_t> shownWidth{0};
     link->onVideo([&](const VideoFrameHeader& h, const Bytes& data) {
-        receiver.handle(h, data, [&](const DecodedFrame&) {
-            std::lock_guard g(m);
-            if (++shown == count) cv.notify_all();
+        receiver.handle(h, data, [&](const DecodedFrame& f) {
+            shownWidth = uint32_t(f.pixelBuffer->width());
+            ++shown;
         });
     });
-    auto source = pictures(width, height);
-    auto encoder = makeEncoder(codec, width, height, 60);
-    auto video = agentEnds[1]->connection;
+    StreamRequest request{.streamID = 1, .windowID = window, .fps = 120, .scale = 1.0, .codec = codec};
+    main.runTask(link->control->request(ControlMessage::StartStream{request}, 10), limit);
+
+    // A first few frames make the encoder and decoder; the timed run follows.
+    auto frames = [&](int n) {
+        const int target = shown + n;
+        for (int i = 0; i < n; ++i)
+            if (desktop->stepCapture() != 1) std::abort();
+        if (!main.runUntil([&] { return shown >= target; }, limit)) std::abort();
+    };
+    frames(5);
+    if (shownWidth != uint32_t(width)) std::abort();
     auto t0 = std::chrono::steady_clock::now();
-    std::thread sender([&] {
-        for (int i = 0; i < count; ++i)
-            encoder->encode(*source[size_t(i % patternFrames)], FrameInfo{.streamID = 1, .frameID = uint64_t(i + 1)},
-                            [&](EncodedFrame f) { video->send(std::move(f).message()); });
-    });
-    {
-        std::unique_lock g(m);
-        if (!cv.wait_for(g, std::chrono::seconds(60), [&] { return shown == count; })) std::abort();
-    }
+    frames(count);
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-    sender.join();
+
+    main.runTask(link->control->request(ControlMessage::StopStream{1}, 10), limit);
     link->invalidate();
     link->close();
-    for (auto& end : agentEnds) end->close();
+    main.runUntil([&] { return service->attached().empty() && service->streamManager()->activeStreams().empty(); },
+                  limit);
+    if (receiver.decodeErrors() != 0) std::abort();
     return count / seconds;
 }
 

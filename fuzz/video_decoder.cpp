@@ -2,7 +2,10 @@
 // frame header as it travels, the rest the picture. A run of frames shares
 // one decoder, as a stream does: a byte after each picture's length (a
 // 16-bit prefix) starts the next frame. Decoding must refuse with an error
-// or give one picture, and never allocate beyond the frame limits.
+// or give one picture, and never allocate beyond the frame limits:
+// video_decoder.options sets libFuzzer's malloc limit to 97 MiB, just above
+// the largest picture those limits allow (maxPixels of BGRA with each row
+// padded to 64 bytes, at most 96.9 MiB), so any larger block is a finding.
 #include <cstddef>
 #include <cstdint>
 #include <exception>

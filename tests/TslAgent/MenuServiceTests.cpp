@@ -184,3 +184,34 @@ TEST(MenuService, MenuWindowsOfAPressNeverReachTheHost) {
         EXPECT_NE(event.value.window.layer, WindowTracker::menuLayer);
     }
 }
+
+TEST(MenuReader, ADisabledMenuOfTheBarIsWaitedForNotOpenedForAMoment) {
+    MainActor main;
+    auto desktop = Sim::Desktop::make();
+    auto platform = desktop->services();
+    std::vector<Sim::MenuItemSpec> bar{{.title = "File", .submenu = {{.title = "New"}}},
+                                       {.title = "Edit", .enabled = false, .submenu = {{.title = "Copy"}}}};
+    const int32_t pid = desktop->addProcess({.name = "Modal", .menuBar = bar});
+    const uint32_t probe = desktop->addWindow(pid, {.title = "probe"});
+
+    // Still disabled at the deadline: pressed all the same, and the
+    // application refuses. No menu window came and went meanwhile.
+    EXPECT_FALSE(main.runTask(MenuReader::pressWhenEnabled(platform, pid, {1}, 0.2), limit));
+    EXPECT_EQ(desktop->openMenu(pid), std::nullopt);
+    EXPECT_EQ(desktop->addWindow(pid, {.title = "probe"}), probe + 1);
+
+    // Enabled while the press waits: pressed then, which opens it.
+    std::optional<bool> pressed;
+    const std::vector<int64_t> edit{1};
+    main.spawn([&]() -> asio::awaitable<void> {
+        pressed = co_await MenuReader::pressWhenEnabled(platform, pid, edit, 20);
+    });
+    main.runFor(100ms);  // several looks at the item
+    EXPECT_FALSE(pressed);
+    EXPECT_EQ(desktop->openMenu(pid), std::nullopt);
+    bar[1].enabled = true;
+    desktop->setMenuBar(pid, bar);
+    ASSERT_TRUE(main.runUntil([&] { return pressed.has_value(); }, limit));
+    EXPECT_TRUE(*pressed);
+    EXPECT_EQ(desktop->openMenu(pid), 1u);
+}

@@ -37,7 +37,9 @@ struct ElementSpec {
 // One menu item, or a menu of the bar when it has a submenu.
 struct MenuItemSpec {
     std::string title;
-    std::optional<bool> enabled = true;  // absent: the item has no enabled attribute at all
+    // Absent: the item has no enabled attribute at all. A disabled menu of
+    // the bar doesn't open when pressed.
+    std::optional<bool> enabled = true;
     // Reads as disabled until its top-level menu has been opened once, as an
     // application that validates its items only when the menu opens.
     bool enabledOnlyWhileOpen = false;

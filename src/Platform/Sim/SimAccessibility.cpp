@@ -171,8 +171,8 @@ std::optional<AXAttributeValue> readAttribute(World& w, const SimElement& e, con
         if (name == "AXTitle") return item.title;
         if (name == "AXChildren") return submenu(item);
         if (name == "AXEnabled") {
-            if (barItem) return true;
             if (!item.enabled) return std::nullopt;
+            if (barItem) return *item.enabled;
             return w.menuItemEnabled(p, e.path);
         }
         if (barItem) return std::nullopt;
@@ -260,6 +260,8 @@ AXError performOn(World& w, const SimElement& e, const std::string& action) {
     }
     case Kind::menuBarItem:
         if (action == "AXPress") {
+            // A menu of the bar disabled as a whole (behind a modal window) won't open.
+            if (w.menuItem(e.pid, e.path)->enabled == false) return AXError::cannotComplete;
             w.openMenu(p, e.path.front());
             return AXError::success;
         }

@@ -1,8 +1,9 @@
 // The host's library against the real agent executable: started through the
 // simulated backend, asked over the link, its streams decoded back into the
-// window's picture.
+// window's picture, typed into over the link's input.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <condition_variable>
 
 #include "Support/TempDir.h"
@@ -10,6 +11,7 @@
 #include "Support/VideoFrames.h"
 #include "TslCore/Measure/TestPattern.h"
 #include "TslStream/Agent/SimulatedGuestBackend.h"
+#include "TslStream/Measure/TestPatternProbe.h"
 #include "TslStream/Pipeline/StreamReceiver.h"
 #include "TslStream/Runtime/GlobalQueue.h"
 
@@ -29,9 +31,10 @@ public:
     explicit Viewer(AgentLink& link) {
         link.onVideo([this](const VideoFrameHeader& header, const Bytes& data) {
             receiver.handle(header, data, [&](const DecodedFrame& frame) {
-                uint32_t counter = counterShown(*frame.pixelBuffer);
+                Picture picture{frame.header, counterShown(*frame.pixelBuffer),
+                                TestPatternProbe::squareIsWhite(*frame.pixelBuffer, 1.0, 0).value_or(false)};
                 std::lock_guard g(m);
-                pictures.push_back({frame.header, counter});
+                pictures.push_back(picture);
                 arrived.notify_all();
             });
         });
@@ -42,14 +45,24 @@ public:
         std::vector<uint32_t> out;
         arrived.wait_for(g, limit, [&] {
             out.clear();
-            for (auto& [header, counter] : pictures)
-                if (header.streamID == streamID) {
-                    out.push_back(counter);
-                    if (last) *last = header;
+            for (const Picture& p : pictures)
+                if (p.header.streamID == streamID) {
+                    out.push_back(p.counter);
+                    if (last) *last = p.header;
                 }
             return out.size() >= count;
         });
         return out;
+    }
+
+    // Whether a picture of the stream echoing `sequence` arrives, with the square white or not.
+    bool echoed(uint32_t streamID, uint32_t sequence, bool white) {
+        std::unique_lock g(m);
+        return arrived.wait_for(g, limit, [&] {
+            return std::any_of(pictures.begin(), pictures.end(), [&](const Picture& p) {
+                return p.header.streamID == streamID && p.header.inputEcho == sequence && p.white == white;
+            });
+        });
     }
 
     StreamReceiver receiver{true};
@@ -57,10 +70,15 @@ public:
 private:
     std::mutex m;
     std::condition_variable arrived;
-    std::vector<std::pair<VideoFrameHeader, uint32_t>> pictures;
+    struct Picture {
+        VideoFrameHeader header;
+        uint32_t counter;
+        bool white;
+    };
+    std::vector<Picture> pictures;
 };
 
-TEST(AgentEndToEnd, TheHostListsLaunchesAndStreamsAWindowRawAndAsH264) {
+TEST(AgentEndToEnd, TheHostListsLaunchesStreamsAWindowRawAndAsH264AndTypesIntoIt) {
     TempDir dir = TempDir::forSimulation();
     SimulatedGuestBackend backend(dir / "guest", agentExecutable());
     auto link = run(backend.start(nullptr));
@@ -104,6 +122,20 @@ TEST(AgentEndToEnd, TheHostListsLaunchesAndStreamsAWindowRawAndAsH264) {
                                                                     uint32_t(TestPatternSpec::contentHeight)}));
         run(link->control->request(ControlMessage::StopStream{streamID}, 10));
     }
+
+    // Key 122 through the link's input: the square turns white, then black,
+    // in frames that echo each event's sequence.
+    viewer.receiver.allow(3);
+    StreamRequest request{.streamID = 3, .windowID = window->windowID, .fps = 30, .scale = 1.0, .codec = VideoCodec::h264};
+    ASSERT_TRUE(run(link->control->request(ControlMessage::StartStream{request}, 10)).get<ControlMessage::StreamStarted>());
+    auto key = [&](InputEvent::Kind kind, uint32_t sequence) {
+        link->sendInput({.kind = kind, .windowID = window->windowID, .keyCode = TestPatternSpec::f1KeyCode,
+                         .sequence = sequence});
+    };
+    key(InputEvent::Kind::keyDown, 11);
+    EXPECT_TRUE(viewer.echoed(3, 11, true));
+    key(InputEvent::Kind::keyUp, 12);
+    EXPECT_TRUE(viewer.echoed(3, 12, false));
     EXPECT_EQ(viewer.receiver.decodeErrors(), 0u);
 
     run(backend.stop());
