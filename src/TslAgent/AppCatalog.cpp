@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <system_error>
+#include <unordered_map>
 
 #include "TslCore/Migration/SafePaths.h"
 #include "TslCore/Scanner/AppScanner.h"
@@ -41,18 +42,28 @@ bool hasHiddenComponent(std::string_view rest) {
     return false;
 }
 
-// The first running application of this bundle: by place, else by identifier.
-const RunningApplication* runningMatch(const AppBundleInfo& bundle, const std::vector<RunningApplication>& running) {
-    const std::string place = PathNames::standardizedPath(bundle.path);
-    for (const auto& app : running) {
-        if (app.bundleURL && PathNames::standardizedPath(app.bundleURL->native()) == place) return &app;
+// The running applications by place and by identifier, the first of each
+// kept, so that marking a whole list costs one pass over each.
+class RunningIndex {
+public:
+    explicit RunningIndex(const std::vector<RunningApplication>& running) {
+        for (const auto& app : running) {
+            if (app.bundleURL) byPlace.try_emplace(PathNames::standardizedPath(app.bundleURL->native()), &app);
+            if (app.bundleIdentifier) byID.try_emplace(*app.bundleIdentifier, &app);
+        }
     }
-    if (!bundle.bundleID) return nullptr;
-    for (const auto& app : running) {
-        if (app.bundleIdentifier == bundle.bundleID) return &app;
+
+    // The first running application of this bundle: by place, else by identifier.
+    const RunningApplication* match(const AppBundleInfo& bundle) const {
+        if (auto it = byPlace.find(PathNames::standardizedPath(bundle.path)); it != byPlace.end()) return it->second;
+        if (!bundle.bundleID) return nullptr;
+        auto it = byID.find(*bundle.bundleID);
+        return it == byID.end() ? nullptr : it->second;
     }
-    return nullptr;
-}
+
+private:
+    std::unordered_map<std::string, const RunningApplication*> byPlace, byID;
+};
 
 asio::awaitable<std::optional<RunningApplication>> open(Workspace& workspace, std::filesystem::path application,
                                                         std::vector<std::filesystem::path> documents) {
@@ -74,6 +85,7 @@ std::vector<GuestApp> list(const std::filesystem::path& appsDir, Workspace& work
     const AppScanner scanner{.options = {.roots = {appsDir}, .includeApple = true, .maxDepth = 1}};
     const AppScanner::Report report = scanner.scan();
     const std::vector<RunningApplication> running = workspace.runningApplications();
+    const RunningIndex index(running);
     std::vector<GuestApp> apps;
     apps.reserve(report.apps.size());
     for (const auto& bundle : report.apps) {
@@ -81,7 +93,7 @@ std::vector<GuestApp> list(const std::filesystem::path& appsDir, Workspace& work
                      .name = bundle.name,
                      .path = bundle.path,
                      .version = bundle.version};
-        if (const RunningApplication* match = runningMatch(bundle, running)) {
+        if (const RunningApplication* match = index.match(bundle)) {
             app.running = true;
             app.pid = match->processIdentifier;
         }
