@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "Support/H264TestDecoder.h"
+#include "Support/LogLines.h"
 #include "TslCore/Measure/TestPattern.h"
 #include "TslStream/Codec/EncoderError.h"
 #include "TslStream/Codec/H264Encoder.h"
@@ -9,6 +10,8 @@
 
 namespace tsl {
 namespace {
+
+using test::LogLines;
 
 using Flags = VideoFrameHeader::Flags;
 
@@ -83,6 +86,15 @@ TEST(H264Encoder, KeyFramesComeEveryTenSecondsOfFrames) {
         if (encodeNow(encoder, *buffer, id).header.flags.contains(Flags::keyframe)) keys.push_back(id);
     }
     EXPECT_EQ(keys, (std::vector<uint64_t>{1, 11, 21}));
+}
+
+// A setting x264 refuses is told once in the log; the encoder runs without it.
+TEST(H264Encoder, ARefusedSettingIsLoggedAndEncodingGoesOn) {
+    LogLines lines;
+    H264Encoder encoder(320, 200, 0, H264Encoder::defaultBitsPerPixel);
+    EXPECT_EQ(LogLines::count("property fps not accepted: -2"), 1);
+    auto buffer = pattern(320, 200, 1);
+    EXPECT_TRUE(encodeNow(encoder, *buffer, 1).header.flags.contains(Flags::keyframe));
 }
 
 TEST(H264Encoder, FramesDecodeToThePicture) {
