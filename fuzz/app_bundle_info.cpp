@@ -19,7 +19,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::writeFile(bundle / "Contents" / "MacOS" / "A", executable.data(), executable.size());
 
     // The same files are overwritten each time: reading never writes.
+    // An empty name is a name (a plist may say so); a record made here
+    // always has an executable and its bundle's path.
     AppBundleInfo info = AppBundleInfo::read(bundle);
-    fuzz::require(!info.name.empty(), "a bundle read without a name");
+    fuzz::require(info.executable.has_value(), "a bundle read without an executable");
+    fuzz::require(info.path == bundle.native(), "a bundle read under another path");
     return 0;
 }
