@@ -36,6 +36,14 @@ struct ExitRecorder {
     }
 };
 
+// A simulation run's service over a desktop of the test's own, with no
+// folder tree behind it: for tests that drive windows and streams only.
+inline std::shared_ptr<AgentService> desktopService(const PlatformServices& platform, ExitRecorder& exits) {
+    return std::make_shared<AgentService>(
+        AgentConfig::simulation(AgentConfig::Mode::listen(SocketEndpoint::unix("/unused")), "/nonexistent-root", false),
+        platform, exits.function());
+}
+
 // The host's end of one connection: a control channel that records what the
 // agent sends and whether it closed.
 struct HostEnd {

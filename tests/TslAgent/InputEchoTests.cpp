@@ -31,9 +31,7 @@ struct InputWorld {
     MainActor main;
     PatternDesktop pattern{false};
     ExitRecorder exits;
-    std::shared_ptr<AgentService> service = std::make_shared<AgentService>(
-        AgentConfig::simulation(AgentConfig::Mode::listen(SocketEndpoint::unix("/unused")), "/nonexistent-root", false),
-        pattern.services, exits.function());
+    std::shared_ptr<AgentService> service = desktopService(pattern.services, exits);
     std::unique_ptr<HostEnd> control;
     std::unique_ptr<VideoReceiver> video;
     std::shared_ptr<WireConnection> input;

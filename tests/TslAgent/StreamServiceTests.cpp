@@ -26,9 +26,7 @@ struct StreamWorld {
     MainActor main;
     PatternDesktop pattern{false};
     ExitRecorder exits;
-    std::shared_ptr<AgentService> service = std::make_shared<AgentService>(
-        AgentConfig::simulation(AgentConfig::Mode::listen(SocketEndpoint::unix("/unused")), "/nonexistent-root", false),
-        pattern.services, exits.function());
+    std::shared_ptr<AgentService> service = desktopService(pattern.services, exits);
     std::unique_ptr<HostEnd> control;
     int hostVideoFd = -1;
     std::unique_ptr<VideoReceiver> video;

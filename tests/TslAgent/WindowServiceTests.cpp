@@ -25,9 +25,7 @@ struct WindowWorld {
     std::shared_ptr<Sim::Desktop> desktop = Sim::Desktop::make(Sim::Desktop::Options{.manualCapture = true});
     PlatformServices platform = desktop->services();
     ExitRecorder exits;
-    std::shared_ptr<AgentService> service = std::make_shared<AgentService>(
-        AgentConfig::simulation(AgentConfig::Mode::listen(SocketEndpoint::unix("/unused")), "/nonexistent-root", false),
-        platform, exits.function());
+    std::shared_ptr<AgentService> service = desktopService(platform, exits);
     std::vector<std::shared_ptr<ControlChannel>> agentEnds;
     std::vector<std::unique_ptr<HostEnd>> hostEnds;
 
