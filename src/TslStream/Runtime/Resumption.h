@@ -74,6 +74,7 @@ public:
     // Calls fn and completes with what it returns, or with what it throws.
     template <class F>
     bool resumeWith(F&& fn) {
+        std::exception_ptr error;
         try {
             if constexpr (std::is_void_v<T>) {
                 fn();
@@ -82,8 +83,11 @@ public:
                 return resume(fn());
             }
         } catch (...) {
-            return fail(std::current_exception());
+            error = std::current_exception();
         }
+        // Outside the catch, so this thread keeps no reference to the error
+        // once the waiter has it (the count lives where TSan cannot see it).
+        return fail(std::move(error));
     }
 
 private:
@@ -175,11 +179,13 @@ private:
     // start that keeps nothing abandons the wait instead of hanging it.
     template <class Start>
     static void begin(Resumption resumption, Start& start) {
+        std::exception_ptr error;
         try {
             start(resumption);
         } catch (...) {
-            resumption.fail(std::current_exception());
+            error = std::current_exception();
         }
+        if (error) resumption.fail(std::move(error));
     }
 
     std::shared_ptr<State> _state;

@@ -44,6 +44,7 @@ T runBlocking(const Executor& ex, asio::awaitable<T> task, std::optional<Duratio
     return Resumption<T>::block(
         [&](Resumption<T> done) {
             spawnDetached(ex, [done, task = std::move(task)]() mutable -> asio::awaitable<void> {
+                std::exception_ptr error;
                 try {
                     if constexpr (std::is_void_v<T>) {
                         co_await std::move(task);
@@ -52,8 +53,11 @@ T runBlocking(const Executor& ex, asio::awaitable<T> task, std::optional<Duratio
                         done.resume(co_await std::move(task));
                     }
                 } catch (...) {
-                    done.fail(std::current_exception());
+                    error = std::current_exception();
                 }
+                // Handed over only once the catch has let go of it: the waiter
+                // then holds the last reference and frees the error itself.
+                if (error) done.fail(std::move(error));
             });
         },
         limit);

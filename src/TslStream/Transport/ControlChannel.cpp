@@ -104,23 +104,26 @@ void ControlChannel::postAsync(ControlMessage message) {
 void ControlChannel::sendOffCaller(ControlEnvelope envelope, std::function<void(std::exception_ptr)> onFailure) {
     WireMessage frame = WireMessage::control(std::move(envelope));
     if (queuedSends.load() == 0) {
+        std::exception_ptr error;
         try {
             if (connection->trySend(frame)) return;
         } catch (...) {
-            onFailure(std::current_exception());
-            return;
+            error = std::current_exception();
         }
+        if (error) return onFailure(std::move(error));
     }
     ++queuedSends;
     std::weak_ptr<ControlChannel> weak = weak_from_this();
     sendQueue->post([weak, frame = std::move(frame), onFailure = std::move(onFailure)] {
         auto self = weak.lock();
         if (!self) return;
+        std::exception_ptr error;
         try {
             self->connection->send(frame);
         } catch (...) {
-            onFailure(std::current_exception());
+            error = std::current_exception();
         }
+        if (error) onFailure(std::move(error));
         --self->queuedSends;
     });
 }
