@@ -96,6 +96,15 @@ private:
         virtual void deliver(std::exception_ptr error, std::optional<Value> value) = 0;
     };
 
+    // What a suspended coroutine is resumed with. The error travels inside a
+    // value that is moved along: an exception_ptr handed to Asio's handler as
+    // an argument stays alive there while the coroutine runs, and its late
+    // release on this thread would race (for TSan) with a waiter elsewhere.
+    struct Outcome {
+        std::exception_ptr error;
+        std::optional<Value> value;
+    };
+
     // Hands the outcome to a suspended coroutine on its executor.
     template <class Handler>
     struct HandlerSink final : Sink {
@@ -108,8 +117,10 @@ private:
             // The tracked work goes with the job and ends on the waiter's own
             // thread: a completer never touches the waiter's loop after posting.
             auto target = asio::prefer(executor, asio::execution::outstanding_work.untracked);
-            asio::post(target, [h = std::move(handler), work = std::move(executor), error = std::move(error),
-                                value = std::move(value)]() mutable { std::move(h)(std::move(error), std::move(value)); });
+            asio::post(target, [h = std::move(handler), work = std::move(executor),
+                                outcome = Outcome{std::move(error), std::move(value)}]() mutable {
+                std::move(h)(std::move(outcome));
+            });
         }
     };
 
@@ -194,13 +205,13 @@ private:
 template <class T>
 template <class Start>
 asio::awaitable<T> Resumption<T>::suspend(Start start) {
-    using Signature = void(std::exception_ptr, std::optional<Value>);
-    std::optional<Value> value = co_await asio::async_initiate<const asio::use_awaitable_t<>&, Signature>(
+    Outcome outcome = co_await asio::async_initiate<const asio::use_awaitable_t<>&, void(Outcome)>(
         [&start](auto handler) {
             begin(Resumption(std::make_unique<HandlerSink<decltype(handler)>>(std::move(handler))), start);
         },
         asio::use_awaitable);
-    if constexpr (!std::is_void_v<T>) co_return std::move(*value);
+    if (outcome.error) std::rethrow_exception(std::move(outcome.error));
+    if constexpr (!std::is_void_v<T>) co_return std::move(*outcome.value);
 }
 
 template <class T>
