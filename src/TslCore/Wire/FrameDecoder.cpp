@@ -13,19 +13,24 @@ constexpr size_t pictureGrowth = 4;
 }
 
 std::vector<WireMessage> FrameDecoder::feed(std::span<const uint8_t> bytes) {
-    if (poisoned) throw WireError::decoderPoisoned();
     std::vector<WireMessage> out;
+    feed(bytes, [&](WireMessage m) { out.push_back(std::move(m)); });
+    return out;
+}
+
+void FrameDecoder::feed(std::span<const uint8_t> bytes, const std::function<void(WireMessage)>& deliver) {
+    if (poisoned) throw WireError::decoderPoisoned();
     try {
         for (;;) {
             if (direct) {
                 bytes = absorbDirect(bytes);
                 if (directNeed() > 0) break;
-                out.push_back(finishDirect());
+                deliver(finishDirect());
                 continue;
             }
             buffer.insert(buffer.end(), bytes.begin(), bytes.end());
             bytes = {};
-            while (auto m = next()) out.push_back(std::move(*m));
+            while (auto m = next()) deliver(std::move(*m));
             if (!direct) break;
         }
     } catch (...) {
@@ -37,7 +42,6 @@ std::vector<WireMessage> FrameDecoder::feed(std::span<const uint8_t> bytes) {
         throw;
     }
     compact();
-    return out;
 }
 
 std::optional<WireMessage> FrameDecoder::next() {

@@ -1,5 +1,6 @@
 #pragma once
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <vector>
@@ -20,6 +21,10 @@ public:
 
     FrameDecoder() = default;
 
+    // Hands each message to `deliver` as soon as it is whole, before the next
+    // header is read, so a limit the message changes applies to the frames
+    // behind it in the same bytes. A throwing `deliver` ends the stream.
+    void feed(std::span<const uint8_t> bytes, const std::function<void(WireMessage)>& deliver);
     std::vector<WireMessage> feed(std::span<const uint8_t> bytes);
 
     // Bytes held that no message has been made of yet.

@@ -156,16 +156,18 @@ void WireConnection::readLoop(MessageHandler onMessage) {
             _bytesReceived += uint64_t(n);
             decoder.maxPayload = payloadLimit;
         }
-        std::vector<WireMessage> messages;
         try {
-            messages = decoder.feed(std::span<const uint8_t>(buffer.get(), size_t(n)));
+            decoder.feed(std::span<const uint8_t>(buffer.get(), size_t(n)), [&](WireMessage m) {
+                if (onMessage) onMessage(std::move(m));
+                // A hello handled just now may have lifted the limit for the
+                // frames that came right behind it in the same read.
+                std::lock_guard state(stateLock);
+                decoder.maxPayload = payloadLimit;
+            });
         } catch (const WireError& e) {
             log.error("%{public}s: protocol error %{public}s", _label, e.description());
             error = std::current_exception();
             break;
-        }
-        for (auto& m : messages) {
-            if (onMessage) onMessage(std::move(m));
         }
     }
 

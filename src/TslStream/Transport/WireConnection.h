@@ -52,7 +52,8 @@ public:
     // Starts the reader thread "tsl.read.<label>". A second start, or a start
     // after close, calls onClose at once with SocketError("start", EBADF).
     void start(MessageHandler onMessage, CloseHandler onClose);
-    // Applied by the reader from its next successful read on.
+    // Applied by the reader from the next frame header on; set by a message
+    // handler, it already meets the frame behind that message.
     void setPayloadLimit(std::optional<uint32_t> limit);
     // Safe from any thread; onClose follows only if a reader was started.
     void close();

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <optional>
 
@@ -157,6 +158,39 @@ TEST_F(AgentAcceptorTest, ChannelsInAnyOrderMakeOneLinkThatDeliversVideoAndEvent
         EXPECT_EQ(delivered.events[0].message.kind(), ControlMessage::Kind::ok);
     }
 
+}
+
+// An agent sends video on a channel as soon as its hello is out, without
+// waiting for the reply: a large frame that arrives in the same read as the
+// hello meets the limit the hello lifted, not the handshake's.
+TEST_F(AgentAcceptorTest, AFrameRightBehindTheHelloInOneWriteIsDelivered) {
+    AgentEnd control(*acceptor, "c");
+    control.hello({"channel:control"});
+    auto link = acceptor->currentLink();
+    ASSERT_TRUE(link);
+    Delivered delivered;
+    delivered.watch(*link);
+
+    auto [hostFd, agentFd] = socketPair();
+    acceptor->accept(hostFd, "v", std::nullopt);
+    Bytes bytes = WireMessage::control(ControlEnvelope{1, std::nullopt, ControlMessage::Hello{agentHello({"channel:video"})}})
+                      .encoded(0);
+    const Bytes frame = WireMessage::video(rawHeader(9, 640, 480), Bytes(640 * 480 * 4, 0x40)).encoded(1);
+    bytes.insert(bytes.end(), frame.begin(), frame.end());
+    for (size_t at = 0; at < bytes.size();) {
+        ssize_t n = ::write(agentFd, bytes.data() + at, bytes.size() - at);
+        ASSERT_GT(n, 0);
+        at += size_t(n);
+    }
+    ASSERT_TRUE(delivered.video.waitFor(1));
+    {
+        std::lock_guard g(delivered.m);
+        EXPECT_EQ(delivered.frames[0].streamID, 9u);
+        EXPECT_EQ(delivered.sizes[0], size_t(640 * 480 * 4));
+    }
+    ASSERT_TRUE(link->videoChannel());
+    EXPECT_FALSE(link->videoChannel()->connection->isClosed());
+    ::close(agentFd);
 }
 
 TEST_F(AgentAcceptorTest, LateChannelsAttachToTheLiveLinkAndAReplacedControlClosesTheOldLink) {
