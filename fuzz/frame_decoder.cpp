@@ -1,5 +1,6 @@
-// A byte stream from a peer, cut into reads of sizes drawn from the input.
-// Every message that comes out must encode and decode back to itself.
+// A byte stream from a peer, cut into reads of sizes drawn from the input,
+// with the limit changed between messages as a handshake does. Every message
+// that comes out must encode and decode back to itself.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include "FuzzSupport.h"
@@ -36,7 +37,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             size_t chunk = in.ConsumeIntegralInRange<size_t>(1, 4096);
             auto bytes = in.ConsumeBytes<uint8_t>(chunk);
             fed += bytes.size();
-            for (auto& m : decoder.feed(bytes)) checkRoundTrip(m);
+            decoder.feed(bytes, [&](WireMessage m) {
+                checkRoundTrip(m);
+                if (in.ConsumeBool()) {
+                    if (in.ConsumeBool()) decoder.maxPayload = in.ConsumeIntegral<uint32_t>();
+                    else decoder.maxPayload.reset();
+                }
+            });
             // What is held never outgrows what arrived (plus the header in hand).
             fuzz::require(decoder.bufferedCount() <= fed, "the decoder holds more bytes than it was fed");
         }
