@@ -74,20 +74,16 @@ public:
     // Calls fn and completes with what it returns, or with what it throws.
     template <class F>
     bool resumeWith(F&& fn) {
-        std::exception_ptr error;
-        try {
+        bool resumed = false;
+        auto error = caughtError([&] {
             if constexpr (std::is_void_v<T>) {
                 fn();
-                return resume();
+                resumed = resume();
             } else {
-                return resume(fn());
+                resumed = resume(fn());
             }
-        } catch (...) {
-            error = std::current_exception();
-        }
-        // Outside the catch, so this thread keeps no reference to the error
-        // once the waiter has it (the count lives where TSan cannot see it).
-        return fail(std::move(error));
+        });
+        return error ? fail(std::move(error)) : resumed;
     }
 
 private:
@@ -190,13 +186,7 @@ private:
     // start that keeps nothing abandons the wait instead of hanging it.
     template <class Start>
     static void begin(Resumption resumption, Start& start) {
-        std::exception_ptr error;
-        try {
-            start(resumption);
-        } catch (...) {
-            error = std::current_exception();
-        }
-        if (error) resumption.fail(std::move(error));
+        if (auto error = caughtError([&] { start(resumption); })) resumption.fail(std::move(error));
     }
 
     std::shared_ptr<State> _state;

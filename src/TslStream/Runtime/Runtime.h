@@ -37,6 +37,21 @@ private:
     Kind _kind;
 };
 
+// Runs fn and returns what it threw, or null. The catch is over by the time
+// the error is returned, so a caller that hands it to another thread keeps no
+// reference of its own: libstdc++ counts references where TSan cannot see,
+// and a late release here would show as a race with the receiver.
+// (A coroutine that co_awaits in its try block does the same by hand.)
+template <class F>
+std::exception_ptr caughtError(F&& fn) {
+    try {
+        fn();
+    } catch (...) {
+        return std::current_exception();
+    }
+    return nullptr;
+}
+
 // Names the calling thread. Linux keeps the first 15 bytes of a name, so a
 // longer one is cut there ("tsl.control.send" shows as "tsl.control.sen").
 void setThreadName(std::string_view name);

@@ -55,8 +55,7 @@ T runBlocking(const Executor& ex, asio::awaitable<T> task, std::optional<Duratio
                 } catch (...) {
                     error = std::current_exception();
                 }
-                // Handed over only once the catch has let go of it: the waiter
-                // then holds the last reference and frees the error itself.
+                // Handed over once the catch is over, as caughtError does.
                 if (error) done.fail(std::move(error));
             });
         },

@@ -3,6 +3,7 @@
 #include <charconv>
 
 #include "TslStream/Runtime/GlobalQueue.h"
+#include "TslStream/Runtime/Runtime.h"
 
 namespace tsl {
 namespace {
@@ -104,26 +105,16 @@ void ControlChannel::postAsync(ControlMessage message) {
 void ControlChannel::sendOffCaller(ControlEnvelope envelope, std::function<void(std::exception_ptr)> onFailure) {
     WireMessage frame = WireMessage::control(std::move(envelope));
     if (queuedSends.load() == 0) {
-        std::exception_ptr error;
-        try {
-            if (connection->trySend(frame)) return;
-        } catch (...) {
-            error = std::current_exception();
-        }
-        if (error) return onFailure(std::move(error));
+        bool sent = false;
+        if (auto error = caughtError([&] { sent = connection->trySend(frame); })) return onFailure(std::move(error));
+        if (sent) return;
     }
     ++queuedSends;
     std::weak_ptr<ControlChannel> weak = weak_from_this();
     sendQueue->post([weak, frame = std::move(frame), onFailure = std::move(onFailure)] {
         auto self = weak.lock();
         if (!self) return;
-        std::exception_ptr error;
-        try {
-            self->connection->send(frame);
-        } catch (...) {
-            error = std::current_exception();
-        }
-        if (error) onFailure(std::move(error));
+        if (auto error = caughtError([&] { self->connection->send(frame); })) onFailure(std::move(error));
         --self->queuedSends;
     });
 }

@@ -34,30 +34,5 @@ TEST(I420Converter, SplitPicturesMatchOnePassByteForByte) {
     }
 }
 
-// Back-to-back jobs of other sizes: the helper's half always belongs to the
-// job the caller is on, never to the one before.
-TEST(I420Converter, JobsInQuickSuccessionStayApart) {
-    I420Converter converter;
-    struct Case {
-        int64_t w, h;
-        std::vector<uint8_t> bgra;
-        Picture expected;
-    };
-    std::vector<Case> cases;
-    for (auto [w, h] : {std::pair<int64_t, int64_t>{640, 368}, {704, 400}}) {
-        std::vector<uint8_t> bgra(size_t(w * h * 4));
-        for (size_t i = 0; i < bgra.size(); ++i) bgra[i] = uint8_t((i * 40503u + size_t(w)) >> 7);
-        Picture expected(w, h);
-        ASSERT_TRUE(convertBGRAToI420(bgra.data(), size_t(w) * 4, w, h, expected.planes()));
-        cases.push_back({w, h, std::move(bgra), std::move(expected)});
-    }
-    for (int round = 0; round < 200; ++round) {
-        auto& c = cases[size_t(round) % 2];
-        Picture got(c.w, c.h);
-        ASSERT_TRUE(converter.convert(c.bgra.data(), size_t(c.w) * 4, c.w, c.h, got.planes()));
-        ASSERT_TRUE(got.y == c.expected.y && got.u == c.expected.u && got.v == c.expected.v) << "round " << round;
-    }
-}
-
 }  // namespace
 }  // namespace tsl
