@@ -1,7 +1,6 @@
 // The two application behaviours of the simulated desktop, and how windows
 // look when captured.
-#include <algorithm>
-#include <cstring>
+#include <cctype>
 
 #include "Platform/Sim/World.h"
 #include "TslCore/Measure/TestPattern.h"
@@ -23,18 +22,6 @@ MenuItemSpec menu(std::string title, std::vector<MenuItemSpec> items) {
 MenuItemSpec appMenu(const std::string& appName) {
     return menu(appName, {item("About " + appName, "about"), separator(), item("Hide " + appName, "hide", "H"),
                           item("Quit " + appName, "quit", "Q")});
-}
-
-void fill(uint8_t* base, int64_t width, int64_t height, size_t bytesPerRow, int64_t x, int64_t y, int64_t w,
-          int64_t h, uint32_t colour) {
-    const int64_t x0 = std::max<int64_t>(x, 0), y0 = std::max<int64_t>(y, 0);
-    const int64_t x1 = std::min(x + w, width), y1 = std::min(y + h, height);
-    if (x0 >= x1 || y0 >= y1) return;
-    const uint8_t bytes[4] = {uint8_t(colour), uint8_t(colour >> 8), uint8_t(colour >> 16), uint8_t(colour >> 24)};
-    uint32_t pixel;
-    std::memcpy(&pixel, bytes, 4);
-    for (int64_t row = y0; row < y1; ++row)
-        std::fill_n(reinterpret_cast<uint32_t*>(base + size_t(row) * bytesPerRow) + x0, x1 - x0, pixel);
 }
 
 ElementSpec* findRole(std::vector<ElementSpec>& elements, const std::string& role) {
@@ -227,10 +214,10 @@ void drawWindowContent(const ContentSnapshot& content, uint8_t* base, int64_t wi
         return;
     }
     auto px = [scale](double points) { return int64_t(points * scale); };
-    fill(base, width, height, bytesPerRow, 0, 0, width, height, content.tint);
-    fill(base, width, height, bytesPerRow, 0, 0, width, px(28), 0xFFD6D6D6);  // title bar
+    fillBGRA(base, width, height, bytesPerRow, 0, 0, width, height, content.tint);
+    fillBGRA(base, width, height, bytesPerRow, 0, 0, width, px(28), 0xFFD6D6D6);  // title bar
     if (content.kind == AppKind::plain)
-        fill(base, width, height, bytesPerRow, px(12), px(40), px(content.size.width - 24),
+        fillBGRA(base, width, height, bytesPerRow, px(12), px(40), px(content.size.width - 24),
              px(content.size.height - 52), 0xFFFFFFFF);  // text area
 }
 

@@ -8,16 +8,7 @@ namespace tsl {
 
 namespace {
 
-// The node at a path of definition and property names.
-std::optional<SchemaNode> nodeAt(std::initializer_list<const char*> path) {
-    const auto& defs = DiagnosticsSchemaFile::defs();
-    auto it = path.begin();
-    auto found = defs.find(*it);
-    if (found == defs.end()) return std::nullopt;
-    std::optional<SchemaNode> node = found->second;
-    for (++it; node && it != path.end(); ++it) node = node->property(*it, defs);
-    return node;
-}
+using DiagnosticsSchemaFile::nodeAt;
 
 DiagnosticsPattern::Regex regexAt(std::initializer_list<const char*> path) {
     const auto node = nodeAt(path);

@@ -113,6 +113,16 @@ const SchemaDefs& defs() {
     return built;
 }
 
+std::optional<SchemaNode> nodeAt(std::initializer_list<const char*> path) {
+    const auto& all = defs();
+    auto it = path.begin();
+    const auto found = all.find(*it);
+    if (found == all.end()) return std::nullopt;
+    std::optional<SchemaNode> node = found->second;
+    for (++it; node && it != path.end(); ++it) node = node->property(*it, all);
+    return node;
+}
+
 nlohmann::json document() {
     nlohmann::json definitions = nlohmann::json::object();
     for (const auto& [name, node] : defs()) definitions[name] = node.document();

@@ -1,5 +1,7 @@
 #pragma once
+#include <initializer_list>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,6 +17,10 @@ const std::vector<std::string>& rules();
 
 // The thirteen definitions every bound and pattern comes from, built once.
 const SchemaDefs& defs();
+
+// The node at a path of a definition's name and property names below it;
+// none when the schema has no such node.
+std::optional<SchemaNode> nodeAt(std::initializer_list<const char*> path);
 
 // The same schema as a document in the language, which SchemaNode::parseFile
 // reads back into equal definitions.

@@ -77,13 +77,9 @@ void appendUtf8(std::string& out, char32_t c) {
 
 template <typename T>
 std::optional<std::pair<T, T>> rangeAt(std::initializer_list<const char*> path) {
-    const auto& defs = DiagnosticsSchemaFile::defs();
-    auto it = path.begin();
-    auto found = defs.find(*it);
-    if (found == defs.end()) return std::nullopt;
-    std::optional<SchemaNode> node = found->second;
-    for (++it; node && it != path.end(); ++it) node = node->property(*it, defs);
+    const auto node = DiagnosticsSchemaFile::nodeAt(path);
     if (!node) return std::nullopt;
+    const auto& defs = DiagnosticsSchemaFile::defs();
     if constexpr (std::is_same_v<T, double>) return node->numberRange(defs);
     else return node->intRange(defs);
 }

@@ -8,7 +8,9 @@ namespace {
 
 constexpr uint32_t background = 0xFF303030, bar = 0xFF808080, white = 0xFFFFFFFF, black = 0xFF000000;
 
-void fillRect(uint8_t* base, int64_t width, int64_t height, size_t bytesPerRow, int64_t x, int64_t y, int64_t w,
+}  // namespace
+
+void fillBGRA(uint8_t* base, int64_t width, int64_t height, size_t bytesPerRow, int64_t x, int64_t y, int64_t w,
               int64_t h, uint32_t colour) {
     const int64_t x0 = std::max<int64_t>(x, 0), y0 = std::max<int64_t>(y, 0);
     const int64_t x1 = std::min(x + w, width), y1 = std::min(y + h, height);
@@ -22,20 +24,18 @@ void fillRect(uint8_t* base, int64_t width, int64_t height, size_t bytesPerRow, 
     }
 }
 
-}  // namespace
-
 void drawTestPattern(uint8_t* base, int64_t width, int64_t height, size_t bytesPerRow, double scale,
                      uint64_t counter, bool squareWhite) {
     using namespace TestPatternSpec;
     auto px = [scale](double points) { return int64_t(scale * points); };
-    fillRect(base, width, height, bytesPerRow, 0, 0, width, height, background);
+    fillBGRA(base, width, height, bytesPerRow, 0, 0, width, height, background);
     const int64_t barX = int64_t(counter % 60) * width / 60;
-    fillRect(base, width, height, bytesPerRow, barX, 0, std::max<int64_t>(width / 40, 1), height, bar);
-    fillRect(base, width, height, bytesPerRow, px(squareX), px(squareY), px(squareSize), px(squareSize),
+    fillBGRA(base, width, height, bytesPerRow, barX, 0, std::max<int64_t>(width / 40, 1), height, bar);
+    fillBGRA(base, width, height, bytesPerRow, px(squareX), px(squareY), px(squareSize), px(squareSize),
              squareWhite ? white : black);
     for (int i = 0; i < barcodeBits; ++i) {
         const bool set = (counter >> i) & 1;
-        fillRect(base, width, height, bytesPerRow, px(barcodeX + barcodeCell * i), px(barcodeY), px(barcodeCell),
+        fillBGRA(base, width, height, bytesPerRow, px(barcodeX + barcodeCell * i), px(barcodeY), px(barcodeCell),
                  px(barcodeHeight), set ? white : black);
     }
 }

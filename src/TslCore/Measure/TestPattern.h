@@ -24,6 +24,11 @@ inline constexpr std::string_view bundleID = "com.tessel.testpattern";
 inline constexpr double whiteThreshold = 160.0;  // mean luma above which the square is white
 }  // namespace TestPatternSpec
 
+// Fills a rectangle of 32-bit BGRA memory with one colour (0xAARRGGBB),
+// clipped to the picture.
+void fillBGRA(uint8_t* base, int64_t width, int64_t height, size_t bytesPerRow, int64_t x, int64_t y, int64_t w,
+              int64_t h, uint32_t colour);
+
 // Draws the pattern into 32-bit BGRA memory at `scale` pixels per point:
 // background, a bar that crosses the picture once every 60 counts, the
 // square, and the low 16 bits of `counter` as cells (bit 0 leftmost). Every
