@@ -41,12 +41,21 @@ std::optional<system_clock::time_point> parse(std::string_view text) {
         while (at < text.size() && text[at] >= '0' && text[at] <= '9') ++at;
         if (at == first) return std::nullopt;
     }
-    if (at + 1 != text.size() || text[at] != 'Z') return std::nullopt;
+    // A file edited by hand or written elsewhere may carry its zone as an
+    // offset from UTC; the instant is the same.
+    int offset = 0;
+    if (at + 1 == text.size() && text[at] == 'Z') {
+    } else if (int oh, om; at + 6 == text.size() && (text[at] == '+' || text[at] == '-') && digits(at + 1, 2, oh) &&
+               text[at + 3] == ':' && digits(at + 4, 2, om) && oh <= 23 && om <= 59) {
+        offset = (text[at] == '-' ? -1 : 1) * (oh * 60 + om);
+    } else {
+        return std::nullopt;
+    }
     const year_month_day date{year{y}, month{static_cast<unsigned>(mo)}, day{static_cast<unsigned>(d)}};
     if (!date.ok() || h > 23 || mi > 59 || s > 60) return std::nullopt;
     // The clock counts nanoseconds in 64 bits (about 1678 to 2261); a date
     // outside that is refused rather than wrapped.
-    const sys_seconds when = sys_days{date} + hours{h} + minutes{mi} + seconds{s};
+    const sys_seconds when = sys_days{date} + hours{h} + minutes{mi - offset} + seconds{s};
     if (when < ceil<seconds>(system_clock::time_point::min()) || when > floor<seconds>(system_clock::time_point::max()))
         return std::nullopt;
     return time_point_cast<system_clock::duration>(when);

@@ -16,7 +16,12 @@ TEST(ISO8601, WholeSecondsInUTC) {
     EXPECT_EQ(ISO8601::parse("2026-02-28T23:59:59Z"), t);
     EXPECT_EQ(ISO8601::parse("2026-02-28T23:59:59.250Z"), t);
     EXPECT_EQ(ISO8601::parse("2026-02-30T00:00:00Z"), std::nullopt);
-    EXPECT_EQ(ISO8601::parse("2026-02-28T23:59:59+01:00"), std::nullopt);
+    // An offset names the same instant; across midnight and a month end too.
+    EXPECT_EQ(ISO8601::parse("2026-03-01T01:29:59+01:30"), t);
+    EXPECT_EQ(ISO8601::parse("2026-02-28T18:59:59-05:00"), t);
+    EXPECT_EQ(ISO8601::parse("2026-02-28T23:59:59+0100"), std::nullopt);
+    EXPECT_EQ(ISO8601::parse("2026-02-28T23:59:59+24:00"), std::nullopt);
+    EXPECT_EQ(ISO8601::parse("2026-02-28T23:59:59Z+01:00"), std::nullopt);
     EXPECT_EQ(ISO8601::parse("2026-02-28 23:59:59Z"), std::nullopt);
     EXPECT_EQ(ISO8601::parse(""), std::nullopt);
 }
