@@ -2,12 +2,15 @@
 
 #include <fcntl.h>
 #include <plist/plist.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <memory>
+#include <string_view>
 #include <system_error>
+#include <vector>
 
 #include "TslAgent/InstallError.h"
 #include "TslCore/Migration/SafePaths.h"
@@ -113,6 +116,55 @@ void makeFolders(const fs::path& folder) {
         platformError("cannot create folder", folder, err);
 }
 
+// One install's copy of a bundle, in a hidden folder of `appsDir` (the same
+// volume, so the copy moves in with one rename), until it is renamed into
+// place. The folder is locked while its install lives; one that nobody
+// locks was left by an agent that died mid-install and goes at the next.
+class StagingFolder {
+public:
+    explicit StagingFolder(const fs::path& appsDir) {
+        sweep(appsDir);
+        for (int attempt = 0;; ++attempt) {
+            _path = appsDir / (std::string(prefix) + makeUUIDString());
+            if (::mkdir(_path.c_str(), S_IRWXU) != 0) platformError("cannot create folder", _path, errno);
+            _lock = UniqueFd(::open(_path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+            if (!_lock || ::flock(_lock.get(), LOCK_EX) != 0) {
+                const int err = errno;
+                (void)FileTree::removeAll(_path.native());
+                platformError("cannot lock folder", _path, err);
+            }
+            // Another install's sweep may have taken it before the lock did.
+            struct stat held {}, named {};
+            if (::fstat(_lock.get(), &held) == 0 && ::lstat(_path.c_str(), &named) == 0 &&
+                held.st_ino == named.st_ino && held.st_dev == named.st_dev)
+                return;
+            if (attempt == 8) platformError("cannot create folder", _path, EAGAIN);
+        }
+    }
+    ~StagingFolder() { (void)FileTree::removeAll(_path.native()); }
+    StagingFolder(const StagingFolder&) = delete;
+    StagingFolder& operator=(const StagingFolder&) = delete;
+
+    const fs::path& path() const { return _path; }
+
+private:
+    static constexpr std::string_view prefix = ".tsl-install-";
+
+    static void sweep(const fs::path& appsDir) {
+        const UniqueFd folder(::open(appsDir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        std::vector<std::string> names;
+        if (!folder || FileTree::listNames(folder.get(), names) != 0) return;
+        for (const std::string& name : names) {
+            if (!name.starts_with(prefix)) continue;
+            const UniqueFd fd(::openat(folder.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+            if (fd && ::flock(fd.get(), LOCK_EX | LOCK_NB) == 0) (void)FileTree::removeAll((appsDir / name).native());
+        }
+    }
+
+    fs::path _path;
+    UniqueFd _lock;
+};
+
 }  // namespace
 
 AppInstaller::AppInstaller(AgentConfig config, std::shared_ptr<System> system)
@@ -158,20 +210,18 @@ struct Installation {
         return bundle;
     }
 
-    void replace(int bundle, const fs::path& source, const fs::path& destination) const {
-        // Staged beside the destination, so the swap is one rename on one volume.
-        const fs::path staging = config().appsDir / (".tsl-install-" + makeUUIDString());
-        if (::mkdir(staging.c_str(), S_IRWXU) != 0) platformError("cannot create folder", staging, errno);
-        const fs::path staged = staging / destination.filename();
-        try {
-            TreeCopy::copyFolder(bundle, source.native(), staged);
-            if (::renameat2(AT_FDCWD, staged.c_str(), AT_FDCWD, destination.c_str(), RENAME_EXCHANGE) != 0)
-                platformError("cannot replace", destination, errno);
-        } catch (...) {
-            (void)FileTree::removeAll(staging.native());
-            throw;
-        }
-        (void)FileTree::removeAll(staging.native());  // the old bundle, swapped out
+    // The bundle copied whole beside `destination`, then renamed into place:
+    // over the installed one by exchange, which leaves with the staging
+    // folder, or where nothing stands. Anybody watching `destination` sees
+    // the old bundle or the new one, never part of one, even when the agent
+    // dies mid-copy.
+    void place(int bundle, const fs::path& source, const fs::path& destination, bool replacing) const {
+        const StagingFolder staging(config().appsDir);
+        const fs::path staged = staging.path() / destination.filename();
+        TreeCopy::copyFolder(bundle, source.native(), staged);
+        if (::renameat2(AT_FDCWD, staged.c_str(), AT_FDCWD, destination.c_str(),
+                        replacing ? RENAME_EXCHANGE : RENAME_NOREPLACE) != 0)
+            platformError(replacing ? "cannot replace" : "cannot install", destination, errno);
     }
 
     void importPreferences(const fs::path& url) const {
@@ -223,12 +273,12 @@ fs::path AppInstaller::install(const InstallRequest& request) const {
     makeFolders(config.appsDir);
     const fs::path destination = config.appsDir / source.filename();
     if (!entryExists(destination)) {
-        TreeCopy::copyFolder(bundle.get(), source.native(), destination);
+        step.place(bundle.get(), source, destination, false);
     } else {
         // An installed application is never overwritten by another one of the same folder name.
         const auto installed = AppBundleInfo::read(destination).bundleID;
         if (installed != request.bundleID) throw InstallError::bundleIDMismatch(request.bundleID, installed);
-        step.replace(bundle.get(), source, destination);
+        step.place(bundle.get(), source, destination, true);
     }
 
     if (request.sharedPrefsPath) step.importPreferences(resolveInShare(*request.sharedPrefsPath));

@@ -2,6 +2,7 @@
 // leaves on disk at each failure, and links put in its way.
 #include <gtest/gtest.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include "Platform/Linux/LinuxSystem.h"
@@ -120,6 +121,24 @@ TEST(AppInstaller, InstallsAndReinstallsKeepingTheGuestsData) {
     writeFile(s.stage / ".Cache" / "c", "cache");
     EXPECT_EQ(s.refusal({s.bundle.string(), "com.example.editor", std::nullopt, (s.stage / ".Cache").string()}), "installed");
     EXPECT_EQ(readFile(s.config.supportDir / ".Cache" / "c"), "cache");
+}
+
+TEST(AppInstaller, ClearsWhatADeadInstallLeftButNotWhatALiveOneHolds) {
+    Staged s;
+    // An agent killed mid-copy left its half bundle in a staging folder,
+    // never at the destination; another install is still copying.
+    const fs::path dead = s.config.appsDir / ".tsl-install-dead";
+    const fs::path live = s.config.appsDir / ".tsl-install-live";
+    writeFile(dead / "Editor.app" / "Contents" / "MacOS" / "Editor", "half");
+    writeFile(live / "Other.app" / "Contents" / "MacOS" / "Other", "copying");
+    const UniqueFd held(::open(live.c_str(), O_RDONLY | O_DIRECTORY));
+    ASSERT_EQ(::flock(held.get(), LOCK_EX), 0);
+
+    EXPECT_EQ(s.refusal(s.request()), "installed");
+    EXPECT_EQ(readFile(s.config.appsDir / "Editor.app" / "Contents" / "MacOS" / "Editor"), "v1");
+    EXPECT_FALSE(entryExists(dead));
+    EXPECT_EQ(readFile(live / "Other.app" / "Contents" / "MacOS" / "Other"), "copying");
+    EXPECT_EQ(std::distance(fs::directory_iterator(s.config.appsDir), fs::directory_iterator()), 2);
 }
 
 TEST(AppInstaller, RefusesPreferencesThatAreNoDictionary) {
