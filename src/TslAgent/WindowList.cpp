@@ -1,5 +1,7 @@
 #include "TslAgent/WindowList.h"
 
+#include <algorithm>
+
 #include <limits>
 #include <unordered_map>
 
@@ -65,7 +67,8 @@ std::vector<GuestWindow> current(const PlatformServices& platform, const WindowQ
     if (!includeOffscreen) options |= WindowServer::optionOnScreenOnly;
     const std::optional<PlatformValue> answer = platform.windowServer->copyWindowInfo(options, WindowServer::nullWindowID);
     const ValueList* list = listOf(answer);
-    if (!list) return {};
+    if (!list || !std::all_of(list->begin(), list->end(), [](const PlatformValue& v) { return v.asDict(); }))
+        return {};
 
     std::optional<int32_t> frontmost;
     if (auto app = platform.workspace->frontmostApplication()) frontmost = app->processIdentifier;
@@ -78,7 +81,6 @@ std::vector<GuestWindow> current(const PlatformServices& platform, const WindowQ
     bool focusGiven = false;
     for (const PlatformValue& value : *list) {
         const ValueDict* entry = value.asDict();
-        if (!entry) continue;
         std::optional<uint32_t> number = integerIn<uint32_t>(*entry, WindowServer::keyNumber);
         std::optional<int32_t> pid = integerIn<int32_t>(*entry, WindowServer::keyOwnerPID);
         std::optional<Rect> bounds = boundsIn(*entry);
@@ -134,7 +136,7 @@ std::vector<GuestWindow> withoutCaptureIndicators(std::vector<GuestWindow> windo
 }
 
 std::vector<GuestWindow> markSheets(const PlatformServices& platform, std::vector<GuestWindow> windows,
-                                    SheetCache& sheets, SheetCache::Clock::time_point now) {
+                                    SheetCache& sheets, std::optional<SheetCache::Clock::time_point> now) {
     for (GuestWindow& w : windows) {
         if (w.layer != 0) continue;
         const double area = w.frame.width * w.frame.height;
@@ -147,7 +149,8 @@ std::vector<GuestWindow> markSheets(const PlatformServices& platform, std::vecto
         }
         if (!parent) continue;
         const Rect parentFrame = rectOf(parent->frame), sheetFrame = rectOf(w.frame);
-        const bool sheet = sheets.isSheet(w.windowID, now, [&] {
+        // Each window's own moment: a slow test before it must not shorten its wait.
+        const bool sheet = sheets.isSheet(w.windowID, now.value_or(SheetCache::Clock::now()), [&] {
             return AX::hasSheet(platform, w.pid, parentFrame, sheetFrame);
         });
         if (sheet) w.attachedTo = parent->windowID;

@@ -44,10 +44,11 @@ std::optional<uint32_t> topmostWindow(const PlatformServices& platform, Point at
 // a larger window (above 200×100) of the same process and layer.
 std::vector<GuestWindow> withoutCaptureIndicators(std::vector<GuestWindow> windows);
 // Marks layer-0 windows that lie inside a larger on-screen window of their
-// process and that Accessibility confirms as its sheet.
+// process and that Accessibility confirms as its sheet. Without `now`, each
+// window's test is timed when it is asked.
 std::vector<GuestWindow> markSheets(const PlatformServices& platform, std::vector<GuestWindow> windows,
                                     SheetCache& sheets = SheetCache::shared(),
-                                    SheetCache::Clock::time_point now = SheetCache::Clock::now());
+                                    std::optional<SheetCache::Clock::time_point> now = std::nullopt);
 
 }  // namespace WindowList
 }  // namespace tsl

@@ -121,6 +121,14 @@ TEST(WindowList, UnreadableEntriesArePassedOverAndFieldsDefault) {
     }
     d.setWindowListFilter([](std::optional<PlatformValue>, uint32_t, uint32_t) { return PlatformValue("no list"); });
     EXPECT_TRUE(world.list().empty());
+    // One entry that is no dictionary spoils the whole answer.
+    d.setWindowListFilter([](std::optional<PlatformValue> answer, uint32_t, uint32_t) -> std::optional<PlatformValue> {
+        const ValueList* listed = answer ? answer->asList() : nullptr;
+        ValueList entries = listed ? *listed : ValueList{};
+        entries.emplace_back(int64_t(5));
+        return entries;
+    });
+    EXPECT_TRUE(world.list().empty());
     d.setWindowListFilter([](std::optional<PlatformValue>, uint32_t, uint32_t) { return std::nullopt; });
     EXPECT_TRUE(world.list().empty());
 }
