@@ -17,6 +17,7 @@
 #include "TslCore/Migration/ShareIO.h"
 #include "TslCore/Migration/TreeCopy.h"
 #include "TslCore/Scanner/AppBundleInfo.h"
+#include "TslCore/Scanner/PlistDepth.h"
 #include "TslCore/Support/AtomicFile.h"
 #include "TslCore/Support/Bytes.h"
 #include "TslCore/Support/FileTree.h"
@@ -84,7 +85,8 @@ Bytes readAll(int fd, const fs::path& path) {
 }
 
 bool isDictionaryPlist(const Bytes& data) {
-    if (data.empty()) return false;
+    // The parser recurses per level, and the host writes these bytes.
+    if (data.empty() || !PlistDepth::within(data)) return false;
     plist_t parsed = nullptr;
     plist_from_memory(reinterpret_cast<const char*>(data.data()), uint32_t(data.size()), &parsed);
     std::unique_ptr<std::remove_pointer_t<plist_t>, decltype(&plist_free)> root(parsed, &plist_free);

@@ -145,7 +145,13 @@ TEST(AppInstaller, RefusesPreferencesThatAreNoDictionary) {
     Staged s;
     writeFile(s.stage / "array.plist", "<plist version=\"1.0\"><array><string>x</string></array></plist>");
     writeFile(s.stage / "junk.plist", "not a property list");
-    for (std::string name : {"array.plist", "junk.plist"}) {
+    // Nested past what the parser's recursion survives: refused, not a crash.
+    std::string deep = "<plist version=\"1.0\">";
+    for (int i = 0; i < 200000; ++i) deep += "<dict><key>k</key>";
+    deep += "<true/>";
+    for (int i = 0; i < 200000; ++i) deep += "</dict>";
+    writeFile(s.stage / "deep.plist", deep + "</plist>");
+    for (std::string name : {"array.plist", "junk.plist", "deep.plist"}) {
         InstallRequest r = s.request();
         r.sharedPrefsPath = (s.stage / name).string();
         EXPECT_EQ(s.refusal(r), "preferences not imported: " + name + " is not a dictionary property list");
