@@ -1,5 +1,7 @@
 #include "TslCore/Diagnostics/DiagnosticEvent.h"
 
+#include "TslCore/Support/JSONInteger.h"
+
 #include <sodium.h>
 
 #include <cmath>
@@ -33,12 +35,7 @@ std::string text(const json& v, const std::string& key) {
 }
 
 int64_t integer(const json& v, const std::string& key) {
-    if (v.is_number_integer()) return v.get<int64_t>();
-    if (v.is_number_unsigned() && v.get<uint64_t>() <= uint64_t(INT64_MAX)) return int64_t(v.get<uint64_t>());
-    if (v.is_number_float()) {
-        const double d = v.get<double>();
-        if (std::isfinite(d) && d == std::trunc(d) && std::fabs(d) < 9.2e18) return int64_t(d);
-    }
+    if (const auto i = jsonInteger<int64_t>(v)) return *i;
     mismatch(key);
 }
 

@@ -13,6 +13,7 @@
 #include "TslCore/Diagnostics/DiagnosticsGuard.h"
 #include "TslCore/Support/AtomicFile.h"
 #include "TslCore/Diagnostics/DiagnosticsSanitizer.h"
+#include "TslCore/Support/JSONInteger.h"
 
 namespace tsl {
 
@@ -64,8 +65,10 @@ DiagnosticsQueue::InFlight decodeInFlight(const json& j) {
     DiagnosticsQueue::InFlight v;
     j.at("id").get_to(v.id);
     const json& count = j.at("count");
-    if (!count.is_number_integer() && !count.is_number_unsigned()) throw std::invalid_argument("count");
-    v.count = count.get<int64_t>();
+    if (count.is_number_float()) throw std::invalid_argument("count");
+    const auto value = jsonInteger<int64_t>(count);
+    if (!value) throw std::invalid_argument("count");
+    v.count = *value;
     return v;
 }
 

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "TslCore/Diagnostics/SchemaRegex.h"
+#include "TslCore/Support/JSONInteger.h"
 
 namespace tsl {
 
@@ -31,12 +32,8 @@ Overloaded(F...) -> Overloaded<F...>;
 std::optional<int64_t> readInteger(const json& object, const std::string& key, const std::string& at) {
     auto it = object.find(key);
     if (it == object.end()) return std::nullopt;
-    if (it->is_number() && !it->is_boolean()) {
-        const double d = it->get<double>();
-        if (it->is_number_integer()) return it->get<int64_t>();
-        if (it->is_number_unsigned() && it->get<uint64_t>() <= uint64_t(INT64_MAX)) return int64_t(it->get<uint64_t>());
-        if (std::isfinite(d) && d == std::trunc(d) && std::fabs(d) < 9.2e18) return int64_t(d);
-    }
+    // Its float value must be the integer too: 2^53 + 1 is no integer here.
+    if (const auto v = jsonInteger<int64_t>(*it); v && jsonInteger<int64_t>(json(it->get<double>())) == v) return v;
     fail(at, ": " + key + " not an integer");
 }
 

@@ -9,6 +9,7 @@
 #include "TslCore/Migration/TreeCopy.h"
 #include "TslCore/Support/FileTree.h"
 #include "TslCore/Support/PathNames.h"
+#include "TslCore/Support/JSONInteger.h"
 
 namespace tsl {
 namespace {
@@ -48,7 +49,9 @@ void from_json(const nlohmann::json& j, MigrationPlan& plan) {
     j.at("bundleID").get_to(plan.bundleID);
     j.at("appName").get_to(plan.appName);
     j.at("shareFolder").get_to(plan.shareFolder);
-    j.at("estimatedBytes").get_to(plan.estimatedBytes);
+    const auto bytes = jsonInteger<uint64_t>(j.at("estimatedBytes"));
+    if (!bytes) throw std::invalid_argument("estimatedBytes is not a byte count: " + j.at("estimatedBytes").dump());
+    plan.estimatedBytes = *bytes;
     plan.prefsPath = j.contains("prefsPath") && !j["prefsPath"].is_null() ? std::optional(j["prefsPath"].get<std::string>())
                                                                           : std::nullopt;
     plan.supportPath = j.contains("supportPath") && !j["supportPath"].is_null()

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "TslCore/Support/ISO8601.h"
+#include "TslCore/Support/JSONInteger.h"
 
 namespace tsl {
 namespace {
@@ -35,14 +36,8 @@ bool boolean(const json& j) {
 }
 
 int64_t integer(const json& j) {
-    if (const auto* i = j.get_ptr<const json::number_integer_t*>()) return *i;
-    if (const auto* u = j.get_ptr<const json::number_unsigned_t*>()) {
-        if (std::in_range<int64_t>(*u)) return int64_t(*u);
-    } else if (const auto* d = j.get_ptr<const json::number_float_t*>()) {
-        if (*d == std::trunc(*d) && *d >= -0x1p63 && *d < 0x1p63) return int64_t(*d);
-    } else {
-        mismatch("an integer", j);
-    }
+    if (const auto v = jsonInteger<int64_t>(j)) return *v;
+    if (!j.is_number() || j.is_boolean()) mismatch("an integer", j);
     throw DecodeError("number " + j.dump() + " is not a 64-bit integer");
 }
 

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "TslCore/Support/Base64.h"
+#include "TslCore/Support/JSONInteger.h"
 
 namespace tsl::WireJSON {
 namespace {
@@ -409,18 +410,8 @@ constexpr const char* widthName() {
 // a fraction or an exponent ("7.0", "1e2") is accepted.
 template <std::integral T>
 void fromJSON(json& j, const Path& at, T& out) {
-    static_assert(std::numeric_limits<T>::digits < 64, "no field is that wide");
-    if (const auto* u = j.get_ptr<const json::number_unsigned_t*>()) {
-        if (std::in_range<T>(*u)) return void(out = T(*u));
-    } else if (const auto* s = j.get_ptr<const json::number_integer_t*>()) {
-        if (std::in_range<T>(*s)) return void(out = T(*s));
-    } else if (const auto* d = j.get_ptr<const json::number_float_t*>()) {
-        constexpr double bound = 2.0 * double(uint64_t(1) << (std::numeric_limits<T>::digits - 1));
-        constexpr double lower = std::is_signed_v<T> ? -bound : 0.0;
-        if (*d == std::trunc(*d) && *d >= lower && *d < bound) return void(out = T(*d));
-    } else {
-        mismatch("a number", j, at);
-    }
+    if (const auto value = jsonInteger<T>(j)) return void(out = *value);
+    if (!j.is_number()) mismatch("a number", j, at);
     fail("number " + j.dump() + " does not fit " + widthName<T>(), at);
 }
 

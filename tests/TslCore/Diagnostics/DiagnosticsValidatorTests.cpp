@@ -56,6 +56,10 @@ TEST(DiagnosticsValidator, EveryKindOfEventPassesInItsExactJSONForm) {
     EXPECT_EQ(body.get<DiagnosticsBatch>().events,
               (std::vector<DiagnosticEvent>{appEvent(), sessionEvent(), setupEvent()}));
     EXPECT_THROW((json{{"type", "other"}, {"at", 1}}.get<DiagnosticEvent>()), std::exception);
+    // A number past 64 bits is no event, not a wrapped negative one.
+    json huge = json(sessionEvent());
+    huge["mac"]["ramGB"] = UINT64_MAX;
+    EXPECT_THROW(huge.get<DiagnosticEvent>(), std::exception);
 }
 
 TEST(DiagnosticsValidator, BodySizeAndShape) {

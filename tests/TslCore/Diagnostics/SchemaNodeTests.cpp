@@ -91,6 +91,9 @@ TEST(SchemaNode, NodeRefusalsKeepTheLanguageClosed) {
     EXPECT_EQ(parseError({{"type", "string"}, {"pattern", "^[a-z]+\\$"}}), "#/$defs/x: pattern must be anchored with ^…$");
     EXPECT_EQ(parseError({{"type", "string"}, {"maxLength", 2.5}}), "#/$defs/x: maxLength not an integer");
     EXPECT_EQ(parseError({{"type", "string"}, {"maxLength", true}}), "#/$defs/x: maxLength not an integer");
+    EXPECT_EQ(parseError({{"type", "string"}, {"maxLength", UINT64_MAX}}), "#/$defs/x: maxLength not an integer");
+    EXPECT_EQ(parseError({{"type", "string"}, {"maxLength", (int64_t(1) << 53) + 1}}),
+              "#/$defs/x: maxLength not an integer");
     EXPECT_EQ(parseError({{"type", "integer"}, {"minimum", 0}}), "#/$defs/x: needs minimum and maximum");
     EXPECT_EQ(parseError({{"type", "number"}, {"maximum", 1}}), "#/$defs/x: needs minimum and maximum");
     EXPECT_EQ(parseError({{"type", "array"}}), "#/$defs/x: array without items");

@@ -111,6 +111,12 @@ TEST(MigrationPlanner, FindsPreferencesAndTheFirstRealSupportFolder) {
     EXPECT_EQ(j.get<MigrationPlan>(), named);
     EXPECT_FALSE(nlohmann::json(bare).contains("prefsPath"));
     EXPECT_EQ(nlohmann::json(bare).get<MigrationPlan>(), bare);
+    // An altered plan is refused rather than read as another size.
+    for (const nlohmann::json& bytes : {nlohmann::json(-1), nlohmann::json(1.5), nlohmann::json(1e30)}) {
+        nlohmann::json altered = j;
+        altered["estimatedBytes"] = bytes;
+        EXPECT_THROW(altered.get<MigrationPlan>(), std::exception) << bytes;
+    }
 }
 
 TEST(MigrationPlanner, StagesWholeReplacesEarlierCopiesAndUnstages) {
