@@ -1,5 +1,6 @@
 #include "TslStream/Measure/ProbeMeasurement.h"
 
+#include <algorithm>
 #include <chrono>
 
 #include "TslCore/Support/MonoClock.h"
@@ -42,7 +43,9 @@ std::optional<double> ProbeMeasurement::measure(bool wantWhite, double timeoutSe
         lastLatencyNs.reset();
     }
     send();
-    double wait = timeoutSeconds > 0 ? timeoutSeconds : 0;  // NaN too
+    // NaN waits not at all; a wait past any run (infinity too) is cut to one
+    // that still fits the clock's nanoseconds.
+    const double wait = timeoutSeconds > 0 ? std::min(timeoutSeconds, 1e9) : 0;
     bool arrived = done->try_acquire_for(std::chrono::duration<double>(wait));
     std::lock_guard guard(lock);
     if (!arrived) {

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "TslCore/Measure/TestPattern.h"
+#include "TslStream/Codec/PixelBuffers.h"
 
 namespace tsl {
 
@@ -28,10 +29,7 @@ SyntheticTestPattern::Frame SyntheticTestPattern::nextFrame() {
         frame.lastInputSeq = lastInputSeq;
         white = squareWhite;
     }
-    frame.buffer = PixelBuffer::make(pixelWidth, pixelHeight);
-    if (!frame.buffer)
-        throw Error("pixel buffer of " + std::to_string(pixelWidth) + "×" + std::to_string(pixelHeight) +
-                    " could not be made");
+    frame.buffer = PixelBuffers::make(pixelWidth, pixelHeight);
     // A buffer without memory goes out undrawn.
     PixelBufferLock locked(*frame.buffer, 0);
     if (uint8_t* base = locked.base())

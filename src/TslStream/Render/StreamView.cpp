@@ -80,7 +80,9 @@ bool StreamView::displayAvailable() {
         // A click into an inactive window reaches the guest, as the first click should.
         SDL_SetHint(SDL_HINT_MOUSE_FOCUS_CLICKTHROUGH, "1");
         [[maybe_unused]] WindowSystemAllocations kept;
-        return SDL_InitSubSystem(SDL_INIT_VIDEO) == 0;
+        if (SDL_InitSubSystem(SDL_INIT_VIDEO) != 0) return false;
+        SDL_EventState(SDL_DROPTEXT, SDL_DISABLE);  // only files are taken
+        return true;
     }();
     return available;
 }
@@ -299,6 +301,10 @@ void StreamView::handle(const SDL_Event& e) {
                 event.type = InputMapper::keyUp;
                 deliver(event);
                 swallowedKeyUps.insert(usage);
+            } else {
+                // Still held after Command was let go: its repeats went down
+                // plainly, so its real key up must follow them.
+                swallowedKeyUps.erase(usage);
             }
             return;
         }

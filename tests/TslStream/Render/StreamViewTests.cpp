@@ -171,12 +171,24 @@ TEST_F(StreamViewTest, KeysModifiersAndShortcuts) {
     EXPECT_EQ(sent[3].kind, Kind::flagsChanged);
     EXPECT_EQ(sent[3].modifierFlags, 0u);
 
+    // Q held on after Super is let go repeats plainly, and its key up follows.
+    sent.clear();
+    view.handle(key(SDL_KEYDOWN, SDL_SCANCODE_LGUI, KMOD_LGUI));
+    view.handle(key(SDL_KEYDOWN, SDL_SCANCODE_Q, KMOD_LGUI));
+    view.handle(key(SDL_KEYUP, SDL_SCANCODE_LGUI, 0));
+    view.handle(key(SDL_KEYDOWN, SDL_SCANCODE_Q, 0));
+    view.handle(key(SDL_KEYUP, SDL_SCANCODE_Q, 0));
+    ASSERT_EQ(sent.size(), 6u);
+    EXPECT_EQ(sent[4].kind, Kind::keyDown);
+    EXPECT_EQ(sent[5].kind, Kind::keyUp);
+    EXPECT_EQ(sent[5].keyCode, 0x0C);
+
     // Without a listener events still take their numbers.
     view.onInput = nullptr;
     view.handle(key(SDL_KEYDOWN, SDL_SCANCODE_A, KMOD_LSHIFT));
     view.onInput = [&](const InputEvent& e) { sent.push_back(e); };
     view.handle(key(SDL_KEYDOWN, SDL_SCANCODE_UP, 0));
-    EXPECT_EQ(sent.back().sequence, sent[3].sequence + 2);
+    EXPECT_EQ(sent.back().sequence, sent[5].sequence + 2);
     EXPECT_EQ(sent.back().modifierFlags, HostKeyboard::functionFlag | HostKeyboard::numericPadFlag);
 }
 
