@@ -197,9 +197,8 @@ struct Installation {
         UniqueFd bundle;
         try {
             bundle = openInShare(root, source.native(), O_RDONLY | O_DIRECTORY);
-        } catch (const ShareIO::Failure& failure) {
-            // Nothing there, or no folder: a bundle without an identifier.
-            if (failure.errnum != ENOENT && failure.errnum != ENOTDIR) throw;
+        } catch (const ShareIO::Failure&) {
+            // Nothing there, no folder, or none we may read: a bundle without an identifier.
             throw InstallError::bundleIDMismatch(request.bundleID, std::nullopt);
         }
         // Read through the descriptor: the folder checked is the folder
@@ -220,7 +219,7 @@ struct Installation {
     void place(int bundle, const fs::path& source, const fs::path& destination, bool replacing) const {
         const StagingFolder staging(config().appsDir);
         const fs::path staged = staging.path() / destination.filename();
-        TreeCopy::copyFolder(bundle, source.native(), staged);
+        TreeCopy::copyOpened(bundle, source.native(), staged);
         if (::renameat2(AT_FDCWD, staged.c_str(), AT_FDCWD, destination.c_str(),
                         replacing ? RENAME_EXCHANGE : RENAME_NOREPLACE) != 0)
             platformError(replacing ? "cannot replace" : "cannot install", destination, errno);
@@ -257,8 +256,9 @@ struct Installation {
         makeFolders(config().supportDir);
         const fs::path target = config().supportDir / name;
         if (entryExists(target)) return;  // the guest's data wins over a re-install's
-        const UniqueFd folder = openInShare(root, url.native(), O_RDONLY | O_DIRECTORY);
-        TreeCopy::copyFolder(folder.get(), url.native(), target);
+        // A folder or a single file; anything else fails in the copy, unopened.
+        const UniqueFd item = openInShare(root, url.native(), O_RDONLY | O_NONBLOCK);
+        TreeCopy::copyOpened(item.get(), url.native(), target);
     }
 };
 

@@ -1,14 +1,26 @@
 #include "TslAgent/GuestDocuments.h"
 
+#include <pwd.h>
+
 #include <string>
+#include <vector>
 
 namespace tsl::GuestDocuments {
 namespace {
 
+// "~" and "~/…" for the current user, "~name" and "~name/…" for any user
+// the system knows; anything else unchanged.
 std::string expandingTilde(const std::string& path, const std::string& home) {
-    if (path == "~") return home;
-    if (path.starts_with("~/")) return home + path.substr(1);
-    return path;
+    if (!path.starts_with('~')) return path;
+    const size_t slash = path.find('/');
+    const std::string user = path.substr(1, slash == std::string::npos ? std::string::npos : slash - 1);
+    const std::string rest = slash == std::string::npos ? "" : path.substr(slash);
+    if (user.empty()) return home + rest;
+    struct passwd entry {}, *found = nullptr;
+    std::vector<char> buffer(16384);
+    if (::getpwnam_r(user.c_str(), &entry, buffer.data(), buffer.size(), &found) != 0 || !found || !found->pw_dir)
+        return path;
+    return found->pw_dir + rest;
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 // The catalog's trust rules on a real file system, with the simulated
 // desktop as the workspace.
 #include <gtest/gtest.h>
+#include <pwd.h>
+#include <unistd.h>
 
 #include "Platform/Sim/Desktop.h"
 #include "Platform/Sim/SampleApps.h"
@@ -192,7 +194,11 @@ TEST(AppCatalog, QuitsOnlyApplicationsUnderTheFolder) {
 
 TEST(GuestDocuments, PanelsMoveOnlyFromTheDefaultFolders) {
     TempDir mount;
-    auto desktop = Sim::Desktop::make({.home = "/Users/sim"});
+    // The home is the real user's, so "~name" can name it.
+    const passwd* me = ::getpwuid(::getuid());
+    ASSERT_TRUE(me && me->pw_dir && me->pw_name);
+    const std::string home = me->pw_dir, name = me->pw_name;
+    auto desktop = Sim::Desktop::make({.home = home});
     const PlatformServices platform = desktop->services();
     auto& prefs = *platform.preferences;
     const auto target = (mount / "Documents").string();
@@ -207,12 +213,13 @@ TEST(GuestDocuments, PanelsMoveOnlyFromTheDefaultFolders) {
     // Without the Documents folder in the mount nothing changes.
     EXPECT_EQ(valueAfter(PlatformValue("~/Documents")), PlatformValue("~/Documents"));
     fs::create_directories(target);
-    for (PlatformValue replaced : {PlatformValue("~/Documents"), PlatformValue("/Users/sim/Documents"),
-                                   PlatformValue("/Users/sim"), PlatformValue("~"), PlatformValue(""), PlatformValue(7)})
+    for (PlatformValue replaced : {PlatformValue("~/Documents"), PlatformValue(home + "/Documents"), PlatformValue(home),
+                                   PlatformValue("~"), PlatformValue("~" + name + "/Documents"), PlatformValue(""),
+                                   PlatformValue(7)})
         EXPECT_EQ(valueAfter(replaced), PlatformValue(target)) << replaced.asString();
     EXPECT_EQ(valueAfter(std::nullopt), PlatformValue(target));
-    EXPECT_EQ(valueAfter(PlatformValue("/Users/sim/Projects")), PlatformValue("/Users/sim/Projects"));
-    EXPECT_EQ(valueAfter(PlatformValue("~/Desktop")), PlatformValue("~/Desktop"));
+    for (const std::string& kept : {home + "/Projects", std::string("~/Desktop"), std::string("~no-such-user-tsl/Documents")})
+        EXPECT_EQ(valueAfter(PlatformValue(kept)), PlatformValue(kept));
 }
 
 TEST(AppCatalog, SampleApplicationsLaunchByIdentifier) {

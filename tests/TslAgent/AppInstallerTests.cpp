@@ -200,6 +200,18 @@ TEST(AppInstaller, SpecialFilesAndLinksNeverLeadOutOfTheShare) {
     EXPECT_FALSE(entryExists(s.config.appsDir / "Editor.app"));
     fs::remove(s.bundle / "Contents" / "pipe");
 
+    // A support item may be a single file; a pipe fails the copy without
+    // blocking on it, and the bundle stays installed.
+    writeFile(s.stage / "editor.cfg", "settings");
+    r.sharedSupportPath = (s.stage / "editor.cfg").string();
+    EXPECT_EQ(s.refusal(r), "installed");
+    EXPECT_EQ(readFile(s.config.supportDir / "editor.cfg"), "settings");
+    ASSERT_EQ(::mkfifo((s.stage / "queue").c_str(), 0600), 0);
+    r.sharedSupportPath = (s.stage / "queue").string();
+    EXPECT_EQ(thrownBy<TreeCopy::Failure>([&] { s.installer().install(r); }).errnum, EINVAL);
+    EXPECT_FALSE(entryExists(s.config.supportDir / "queue"));
+    EXPECT_TRUE(entryExists(s.config.appsDir / "Editor.app"));
+
     // A support folder reached through a link inside the share that leads out is refused.
     writeFile(s.dir / "Private" / "Keys" / "id", "secret");
     fs::create_symlink(s.dir / "Private", s.stage / "Linked");
@@ -229,7 +241,7 @@ TEST(AppInstaller, AFolderSwappedForALinkDuringTheCopyIsNotFollowed) {
     fs::rename(dir / "share" / "Moved" / "inner", dir / "share" / "inner-moved");
     fs::create_symlink(dir / "outside", dir / "share" / "Moved" / "inner");
 
-    TreeCopy::copyFolder(folder.get(), (dir / "share" / "Support").string(), dir / "copy");
+    TreeCopy::copyOpened(folder.get(), (dir / "share" / "Support").string(), dir / "copy");
     EXPECT_EQ(linkText(dir / "copy" / "inner"), (dir / "outside").string());  // kept as a link, never read
     EXPECT_FALSE(entryExists(dir / "copy" / "file"));
 }

@@ -84,6 +84,20 @@ void copyLink(const Entry& src, const Entry& dst, bool& made) {
     made = true;
 }
 
+// The regular file open at `in`, described by `st`, into a fresh file at `dst`.
+void copyOpenFile(int in, const struct stat& st, const Entry& dst, bool& made) {
+    UniqueFd out(::openat(dst.dir, dst.name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                          S_IRUSR | S_IWUSR));
+    if (!out) fail(dst.path, "copy", errno);
+    made = true;
+    int err = copyData(in, out.get());
+    if (err == 0) err = FileTree::copyAttributes(in, out.get());
+    if (err == 0 && ::fchmod(out.get(), st.st_mode & 07777) != 0) err = errno;
+    const std::array<timespec, 2> times{st.st_atim, st.st_mtim};
+    if (err == 0 && ::futimens(out.get(), times.data()) != 0) err = errno;
+    if (err != 0) fail(dst.path, "copy", err);
+}
+
 void copyFile(const Entry& src, const Entry& dst, bool& made) {
     UniqueFd in(::openat(src.dir, src.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!in) fail(dst.path, "copy", errno);
@@ -91,16 +105,7 @@ void copyFile(const Entry& src, const Entry& dst, bool& made) {
     if (::fstat(in.get(), &st) != 0) fail(dst.path, "copy", errno);
     // The entry changed kind since it was examined.
     if (!S_ISREG(st.st_mode)) fail(src.path, notCopyable, EINVAL);
-    UniqueFd out(::openat(dst.dir, dst.name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                          S_IRUSR | S_IWUSR));
-    if (!out) fail(dst.path, "copy", errno);
-    made = true;
-    int err = copyData(in.get(), out.get());
-    if (err == 0) err = FileTree::copyAttributes(in.get(), out.get());
-    if (err == 0 && ::fchmod(out.get(), st.st_mode & 07777) != 0) err = errno;
-    const std::array<timespec, 2> times{st.st_atim, st.st_mtim};
-    if (err == 0 && ::futimens(out.get(), times.data()) != 0) err = errno;
-    if (err != 0) fail(dst.path, "copy", err);
+    copyOpenFile(in.get(), st, dst, made);
 }
 
 void copyEntry(const Entry& src, const Entry& dst, bool& made);
@@ -173,14 +178,15 @@ void copy(const std::filesystem::path& from, const std::filesystem::path& to) {
     intoFreshDestination(dst.path, [&](bool& made) { copyEntry({AT_FDCWD, from.native(), from.native()}, dst, made); });
 }
 
-void copyFolder(int folderFd, const std::string& fromPath, const std::filesystem::path& to) {
+void copyOpened(int fd, const std::string& fromPath, const std::filesystem::path& to) {
     const Entry dst{AT_FDCWD, to.native(), to.native()};
     intoFreshDestination(dst.path, [&](bool& made) {
         struct stat st {};
-        if (::fstat(folderFd, &st) != 0) fail(fromPath, "lstat", errno);
+        if (::fstat(fd, &st) != 0) fail(fromPath, "lstat", errno);
+        if (S_ISREG(st.st_mode)) return copyOpenFile(fd, st, dst, made);
         if (!S_ISDIR(st.st_mode)) fail(fromPath, notCopyable, EINVAL);
         makeFolder(dst, made);
-        copyFolderContent(folderFd, fromPath, dst, st);
+        copyFolderContent(fd, fromPath, dst, st);
     });
 }
 

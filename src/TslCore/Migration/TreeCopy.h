@@ -29,10 +29,10 @@ struct Failure : Error {
 // that can't be listed.
 void copy(const std::filesystem::path& from, const std::filesystem::path& to);
 
-// The same for the folder open at `folderFd`, which the caller reached
+// The same for the folder or file open at `fd`, which the caller reached
 // without following links and still owns; `fromPath` names it in failures.
 // Everything below it is reached through descriptors, so no link swapped in
 // during the copy leads the copy out of that folder.
-void copyFolder(int folderFd, const std::string& fromPath, const std::filesystem::path& to);
+void copyOpened(int fd, const std::string& fromPath, const std::filesystem::path& to);
 
 }  // namespace tsl::TreeCopy
