@@ -26,10 +26,10 @@ std::string describe(const StateStore::Loaded& loaded) {
         case Outcome::loaded: return L("loaded");
         case Outcome::missing: return L("missing; the defaults apply");
         case Outcome::damaged:
-            return loaded.movedTo ? L("damaged; moved aside to ") + loaded.movedTo->string() + L(", the defaults apply")
+            return loaded.movedTo ? L("damaged; moved aside to %@, the defaults apply", {loaded.movedTo->string()})
                                   : L("damaged, and it could not be moved aside; the defaults apply");
         case Outcome::readError:
-            return L("unreadable (") + loaded.failure.message() + L("); left where it is, the defaults apply");
+            return L("unreadable (%@); left where it is, the defaults apply", {loaded.failure.message()});
     }
     return "";
 }

@@ -15,6 +15,7 @@
 #include "TesselHost/HostText.h"
 #include "TslCore/Migration/MigrationPlanner.h"
 #include "TslCore/Migration/ShareIO.h"
+#include "TslCore/Support/Localized.h"
 
 namespace tsl::host {
 namespace {
@@ -39,7 +40,7 @@ public:
                 const uint64_t copied = MigrationPlanner::size(_work);
                 lock.lock();
                 if (_done) break;
-                _line.show("Staging… " + byteCount(copied) + " of " + byteCount(_total));
+                _line.show(L("Staging… %@ of %@", {byteCount(copied), byteCount(_total)}));
                 _wake.wait_for(lock, std::chrono::milliseconds(250));
             }
         });

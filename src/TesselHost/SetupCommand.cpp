@@ -161,7 +161,7 @@ int runSetup(const SetupArguments& args) {
     }
     size_t open = 0;
     for (const auto& item : items) open += !item.done;
-    std::printf("\n%s\n", open ? (L("Still to do in the virtual Mac: ") + std::to_string(open)).c_str()
+    std::printf("\n%s\n", open ? L("Still to do in the virtual Mac: %@", {std::to_string(open)}).c_str()
                                : L("Everything is in place in the virtual Mac.").c_str());
     for (const auto& item : items) {
         std::printf("  [%s] %s\n", item.done ? "x" : " ", item.title.c_str());

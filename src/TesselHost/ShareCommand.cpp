@@ -14,6 +14,7 @@
 #include "TslCore/Migration/SafePaths.h"
 #include "TslCore/Model/SharedFolders.h"
 #include "TslCore/Support/PathNames.h"
+#include "TslCore/Support/Localized.h"
 
 namespace tsl::host {
 namespace {
@@ -27,12 +28,12 @@ struct ShareArguments {
 
 std::string reasonText(SharedFolders::Rejection rejection) {
     switch (rejection) {
-        case SharedFolders::Rejection::notAFolder: return "not a folder";
-        case SharedFolders::Rejection::homeFolder: return "the whole home folder; share folders inside it instead";
-        case SharedFolders::Rejection::library: return "the Library folder holds settings and secrets";
-        case SharedFolders::Rejection::hidden: return "a hidden folder";
-        case SharedFolders::Rejection::system: return "a system, volume, other user's or backup location";
-        case SharedFolders::Rejection::tesselData: return "overlaps Tessel’s own data";
+        case SharedFolders::Rejection::notAFolder: return L("refused: not a folder");
+        case SharedFolders::Rejection::homeFolder: return L("refused: the whole home folder; share folders inside it instead");
+        case SharedFolders::Rejection::library: return L("refused: the Library folder holds settings and secrets");
+        case SharedFolders::Rejection::hidden: return L("refused: a hidden folder");
+        case SharedFolders::Rejection::system: return L("refused: a system, volume, other user's or backup location");
+        case SharedFolders::Rejection::tesselData: return L("refused: overlaps Tessel’s own data");
     }
     return "";
 }
@@ -82,11 +83,11 @@ int runCheck(const ShareArguments& args) {
         for (const auto& row : rows) width = std::max(width, displayWidth(row.path));
         for (const auto& row : rows) {
             std::string verdict;
-            if (row.rejection) verdict = "refused: " + reasonText(*row.rejection);
+            if (row.rejection) verdict = reasonText(*row.rejection);
             else if (row.entry && row.entry->hostPath != SafePaths::resolvedPath(row.path))
-                verdict = "shared within \"" + row.entry->name + "\" as " + *SharedFolders::guestPath(row.path, userFolders);
+                verdict = L("shared within \"%@\" as %@", {row.entry->name, *SharedFolders::guestPath(row.path, userFolders)});
             else if (row.entry)
-                verdict = "shared as \"" + row.entry->name + "\" at " + *SharedFolders::guestPath(row.path, userFolders);
+                verdict = L("shared as \"%@\" at %@", {row.entry->name, *SharedFolders::guestPath(row.path, userFolders)});
             std::printf("%s  %s\n", padded(row.path, width).c_str(), verdict.c_str());
         }
     }
