@@ -43,7 +43,7 @@ std::optional<PersistedState> loadForReport(const StateStore& store) {
     return std::move(loaded.state);
 }
 
-std::string dateText(const std::optional<std::chrono::system_clock::time_point>& date, const std::string& none) {
+std::string dateText(const std::optional<Date>& date, const std::string& none) {
     return date ? ISO8601::format(*date) : none;
 }
 

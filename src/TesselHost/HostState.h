@@ -33,7 +33,7 @@ std::string describe(const StateStore::Loaded& loaded);
 std::optional<PersistedState> loadForReport(const StateStore& store);
 
 // Dates as they stand in the file, or the given word for none.
-std::string dateText(const std::optional<std::chrono::system_clock::time_point>& date, const std::string& none);
+std::string dateText(const std::optional<Date>& date, const std::string& none);
 
 // Pretty JSON on standard output; the exit status: 0, or 1 when it couldn't
 // be written.

@@ -132,7 +132,7 @@ int runSetup(const SetupArguments& args) {
     // An agent that has answered has said hello, and the host keeps the first
     // one; a virtual Mac that has booted, or has an agent, is installed.
     if (input.status && !input.record.agentFirstHelloAt)
-        input.record.agentFirstHelloAt = std::chrono::system_clock::now();
+        input.record.agentFirstHelloAt = dateOf(std::chrono::system_clock::now());
     input.vmInstalled = args.vmInstalled || input.status || input.record.firstBootAt;
     input.haveRestoreImage = args.restoreImage;
 

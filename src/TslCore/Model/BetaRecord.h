@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "TslCore/Support/ISO8601.h"
+
 namespace tsl {
 
 // A tester's answer to one step of the beta checklist.
@@ -14,7 +16,7 @@ struct BetaAnswer {
     enum class Value : uint8_t { works, problem, skipped, notNeeded };
 
     Value value = Value::works;
-    std::chrono::system_clock::time_point at;
+    Date at;
 
     bool operator==(const BetaAnswer&) const = default;
 };
@@ -39,7 +41,7 @@ struct BetaChecklistRecord {
 
 // What the beta keeps, as `beta` in the state file.
 struct BetaRecord {
-    using Date = std::chrono::system_clock::time_point;
+    using Date = tsl::Date;
 
     // The notice under which diagnostics may be sent.
     static constexpr std::string_view currentNoticeVersion = "2026-10-05";

@@ -2,12 +2,14 @@
 #include <chrono>
 #include <optional>
 
+#include "TslCore/Support/ISO8601.h"
+
 namespace tsl {
 
 // The moments of the guest setup that the host keeps; each stays absent until
 // it has come. Saved as `guestSetup` in the state file.
 struct GuestSetupRecord {
-    using Date = std::chrono::system_clock::time_point;
+    using Date = tsl::Date;
 
     std::optional<Date> firstBootAt;
     std::optional<Date> guestToolsOfferedAt;

@@ -2,6 +2,8 @@
 #include <chrono>
 #include <string>
 
+#include "TslCore/Support/ISO8601.h"
+
 namespace tsl {
 
 // One kept application: the bundle lives in the virtual Mac at `guestPath`,
@@ -13,7 +15,7 @@ struct MigratedApp {
     std::string originalPath;  // where the bundle stood on the host
     std::string guestPath;
     std::string shimPath;  // named by ShimNaming
-    std::chrono::system_clock::time_point migratedAt;
+    Date migratedAt;
 
     const std::string& id() const { return bundleID; }
     bool operator==(const MigratedApp&) const = default;

@@ -13,7 +13,6 @@ namespace tsl {
 namespace {
 
 using json = nlohmann::json;
-using Date = std::chrono::system_clock::time_point;
 using StateJSON::DecodeError;
 
 // ---- Values, strictly: a Boolean is never a number, and an integer may be

@@ -77,7 +77,8 @@ void to_json(nlohmann::json& j, const AppScanner::Report& report) {
 }
 
 void from_json(const nlohmann::json& j, AppScanner::Report& report) {
-    const auto date = ISO8601::parse(j.at("scannedAt").get<std::string>());
+    const auto parsed = ISO8601::parse(j.at("scannedAt").get<std::string>());
+    const auto date = parsed ? ISO8601::clockTime(*parsed) : std::nullopt;
     if (!date) throw nlohmann::json::other_error::create(501, "scannedAt is no ISO 8601 date", &j);
     report.scannedAt = *date;
     j.at("durationSeconds").get_to(report.durationSeconds);

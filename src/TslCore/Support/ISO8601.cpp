@@ -6,8 +6,7 @@ namespace tsl::ISO8601 {
 
 using namespace std::chrono;
 
-std::string format(system_clock::time_point time) {
-    const auto seconds = floor<std::chrono::seconds>(time);
+std::string format(Date seconds) {
     const auto days = floor<std::chrono::days>(seconds);
     const year_month_day date{days};
     const hh_mm_ss clock{seconds - days};
@@ -19,7 +18,7 @@ std::string format(system_clock::time_point time) {
     return text;
 }
 
-std::optional<system_clock::time_point> parse(std::string_view text) {
+std::optional<Date> parse(std::string_view text) {
     const auto digits = [&](size_t at, size_t count, int& value) {
         if (at + count > text.size()) return false;
         value = 0;
@@ -53,12 +52,18 @@ std::optional<system_clock::time_point> parse(std::string_view text) {
     }
     const year_month_day date{year{y}, month{static_cast<unsigned>(mo)}, day{static_cast<unsigned>(d)}};
     if (!date.ok() || h > 23 || mi > 59 || s > 60) return std::nullopt;
-    // The clock counts nanoseconds in 64 bits (about 1678 to 2261); a date
-    // outside that is refused rather than wrapped.
-    const sys_seconds when = sys_days{date} + hours{h} + minutes{mi - offset} + seconds{s};
-    if (when < ceil<seconds>(system_clock::time_point::min()) || when > floor<seconds>(system_clock::time_point::max()))
+    const Date when = sys_days{date} + hours{h} + minutes{mi - offset} + seconds{s};
+    // An offset may carry the instant past the years four digits write.
+    if (when < sys_days{year{0} / 1 / 1} || when >= sys_days{year{10000} / 1 / 1}) return std::nullopt;
+    return when;
+}
+
+std::optional<system_clock::time_point> clockTime(Date date) {
+    // The clock counts nanoseconds in 64 bits; a date outside is refused
+    // rather than wrapped.
+    if (date < ceil<seconds>(system_clock::time_point::min()) || date > floor<seconds>(system_clock::time_point::max()))
         return std::nullopt;
-    return time_point_cast<system_clock::duration>(when);
+    return time_point_cast<system_clock::duration>(date);
 }
 
 }  // namespace tsl::ISO8601
