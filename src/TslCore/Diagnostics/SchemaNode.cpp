@@ -7,6 +7,7 @@
 
 #include "TslCore/Diagnostics/SchemaRegex.h"
 #include "TslCore/Support/JSONInteger.h"
+#include "TslCore/Support/DoubleText.h"
 
 namespace tsl {
 
@@ -174,19 +175,6 @@ std::optional<int64_t> integer(const json& value) {
 
 size_t scalarCount(std::string_view text) {
     return size_t(std::count_if(text.begin(), text.end(), [](char c) { return (uint8_t(c) & 0xC0) != 0x80; }));
-}
-
-std::string doubleText(double value) {
-    if (std::isnan(value)) return "nan";
-    if (std::isinf(value)) return value < 0 ? "-inf" : "inf";
-    char buffer[64];
-    const double magnitude = std::fabs(value);
-    const bool scientific = magnitude != 0 && (magnitude >= 9007199254740992.0 || magnitude < 1e-4);
-    auto result = std::to_chars(buffer, buffer + sizeof buffer, value,
-                                scientific ? std::chars_format::scientific : std::chars_format::fixed);
-    std::string text(buffer, result.ptr);
-    if (!scientific && text.find('.') == std::string::npos) text += ".0";
-    return text;
 }
 
 }  // namespace SchemaJSON
@@ -413,8 +401,8 @@ void SchemaNode::validate(const json* value, const SchemaDefs& defs, const std::
                                 std::isfinite(value->get<double>()) && value->get<double>() >= n.minimum &&
                                 value->get<double>() <= n.maximum;
                 if (!ok)
-                    throw Problem(field, "not a number in " + SchemaJSON::doubleText(n.minimum) + "\u2026" +
-                                             SchemaJSON::doubleText(n.maximum));
+                    throw Problem(field, "not a number in " + doubleText(n.minimum) + "\u2026" +
+                                             doubleText(n.maximum));
             },
             [&](const Array& n) {
                 if (!value || !value->is_array()) throw Problem(field, "not a list");

@@ -168,8 +168,6 @@ std::optional<int64_t> integer(const nlohmann::json& value);
 // Unicode scalars of valid UTF-8 text.
 size_t scalarCount(std::string_view text);
 
-// A double as the platform prints it by default: "240.0", "0.5", "1e-05".
-std::string doubleText(double value);
 
 }  // namespace SchemaJSON
 

@@ -1,5 +1,6 @@
 #include "TslCore/Wire/WireJSON.h"
 
+#include <algorithm>
 #include <cmath>
 #include <concepts>
 #include <limits>
@@ -519,8 +520,19 @@ json parse(const uint8_t* data, size_t size) {
 Bytes serialize(const json& j) {
     // Text that is not UTF-8 is replaced rather than refused, as a window
     // title from a misbehaving application must not sink the whole list.
-    std::string text = j.dump(-1, ' ', false, json::error_handler_t::replace);
-    return Bytes(text.begin(), text.end());
+    const std::string text = j.dump(-1, ' ', false, json::error_handler_t::replace);
+    // Slashes go out escaped, "\/", as the other side's encoder writes them.
+    // Outside strings JSON has no slash, so each one found is inside a string.
+    Bytes out;
+    out.reserve(text.size() + size_t(std::count(text.begin(), text.end(), '/')));
+    size_t at = 0;
+    for (size_t slash; (slash = text.find('/', at)) != std::string::npos; at = slash + 1) {
+        out.insert(out.end(), text.begin() + ptrdiff_t(at), text.begin() + ptrdiff_t(slash));
+        out.push_back('\\');
+        out.push_back('/');
+    }
+    out.insert(out.end(), text.begin() + ptrdiff_t(at), text.end());
+    return out;
 }
 
 }  // namespace

@@ -1,23 +1,10 @@
 #include "TslStream/Transport/ControlChannel.h"
 
-#include <charconv>
-
+#include "TslCore/Support/DoubleText.h"
 #include "TslStream/Runtime/GlobalQueue.h"
 #include "TslStream/Runtime/Runtime.h"
 
 namespace tsl {
-namespace {
-
-// A double as the guest platform prints it: shortest form, "5.0" not "5".
-std::string decimalText(double v) {
-    char buf[64];
-    auto r = std::to_chars(buf, buf + sizeof buf, v);
-    std::string s(buf, r.ptr);
-    if (s.find_first_of(".eEn") == std::string::npos) s += ".0";
-    return s;
-}
-
-}  // namespace
 
 ControlChannel::ControlChannel(std::shared_ptr<WireConnection> connection)
     : connection(std::move(connection)), sendQueue(std::make_shared<SerialQueue>("tsl.control.send")) {}
@@ -77,16 +64,18 @@ asio::awaitable<ControlMessage> ControlChannel::request(ControlMessage message, 
             waiter.fail(refused);
             return;
         }
-        channel->sendOffCaller(std::move(envelope), [weak, requestID](std::exception_ptr error) {
-            if (auto self = weak.lock())
-                if (auto w = self->takeWaiter(requestID)) w->fail(error);
-        });
-        // Never cancelled: after a reply it simply finds no waiter.
+        // Armed before the send, which may block on a full socket: the time
+        // counts from the request. Never cancelled: after a reply or a failed
+        // send it simply finds no waiter.
         GlobalQueue::after(fromSeconds(seconds), [weak, requestID, name, seconds] {
             auto self = weak.lock();
             if (!self) return;
             if (auto w = self->takeWaiter(requestID))
-                w->fail(ControlError("timeout", "no reply to " + name + " within " + decimalText(seconds) + " s"));
+                w->fail(ControlError("timeout", "no reply to " + name + " within " + doubleText(seconds) + " s"));
+        });
+        channel->sendOffCaller(std::move(envelope), [weak, requestID](std::exception_ptr error) {
+            if (auto self = weak.lock())
+                if (auto w = self->takeWaiter(requestID)) w->fail(error);
         });
     });
 }

@@ -7,6 +7,7 @@
 #include "TslCore/Diagnostics/DiagnosticsSchemaFile.h"
 #include "TslCore/Diagnostics/SchemaNode.h"
 #include "TslCore/Diagnostics/SchemaRegex.h"
+#include "TslCore/Support/DoubleText.h"
 
 using namespace tsl;
 using nlohmann::json;
@@ -159,9 +160,11 @@ TEST(SchemaNode, ScalarsValidateByJSONType) {
     EXPECT_EQ(problem(number, json(240)), "valid");
     EXPECT_EQ(problem(number, json(240.5)), "v: not a number in 0.0…240.0");
     EXPECT_EQ(problem(number, json(false)), "v: not a number in 0.0…240.0");
-    EXPECT_EQ(SchemaJSON::doubleText(0.5), "0.5");
-    EXPECT_EQ(SchemaJSON::doubleText(1e-05), "1e-05");
-    EXPECT_EQ(SchemaJSON::doubleText(1e16), "1e+16");
+    EXPECT_EQ(doubleText(0.5), "0.5");
+    EXPECT_EQ(doubleText(1e-05), "1e-05");
+    EXPECT_EQ(doubleText(1e16), "1e+16");
+    EXPECT_EQ(doubleText(100000), "100000.0");
+    EXPECT_EQ(doubleText(0.0001), "0.0001");
 
     EXPECT_EQ(problem(SchemaNode::ConstBool{true}, json(1)), "v: must be true");
     EXPECT_EQ(problem(SchemaNode::ConstInt{1}, json(true)), "v: must be 1");

@@ -83,6 +83,7 @@ std::vector<Golden> goldens() {
                            {"public.png", {0x89, 0x50, 0x4E, 0x47, 0x00, 0xFF}},
                            {"public.rtf", {}}}};
     const std::string share = "/Volumes/My Shared Files/Tessel/Migrate/com.example.editor/";
+    const std::string escapedShare = R"(\/Volumes\/My Shared Files\/Tessel\/Migrate\/com.example.editor\/)";
     AgentStatus status{12.5, {7, 8}, true, false, true, report};
 
     auto env = [](uint32_t id, std::optional<uint32_t> replyTo, ControlMessage m) {
@@ -93,12 +94,12 @@ std::vector<Golden> goldens() {
         {"listApps", env(7, {}, CM::ListApps{}), R"({"id":7,"message":{"listApps":{}}})"},
         {"appList", env(8, 7, CM::AppList{apps}),
          R"({"id":8,"message":{"appList":{"_0":[{"bundleID":"com.example.editor","name":"Editor",)"
-         R"("path":"/Applications/Editor.app","pid":501,"running":true,"version":"2.1"},)"
-         R"({"bundleID":"com.example.old","name":"Old","path":"/Applications/Old.app","running":false}]}},"replyTo":7})"},
+         R"("path":"\/Applications\/Editor.app","pid":501,"running":true,"version":"2.1"},)"
+         R"({"bundleID":"com.example.old","name":"Old","path":"\/Applications\/Old.app","running":false}]}},"replyTo":7})"},
         {"launchApp", env(2, {}, CM::LaunchApp{{"com.example.editor", std::nullopt, {"/Users/me/a.txt"}}}),
-         R"({"id":2,"message":{"launchApp":{"_0":{"bundleID":"com.example.editor","openFiles":["/Users/me/a.txt"]}}}})"},
+         R"({"id":2,"message":{"launchApp":{"_0":{"bundleID":"com.example.editor","openFiles":["\/Users\/me\/a.txt"]}}}})"},
         {"launchAppByPath", env(3, {}, CM::LaunchApp{{std::nullopt, "/Applications/Old.app", {}}}),
-         R"({"id":3,"message":{"launchApp":{"_0":{"openFiles":[],"path":"/Applications/Old.app"}}}})"},
+         R"({"id":3,"message":{"launchApp":{"_0":{"openFiles":[],"path":"\/Applications\/Old.app"}}}})"},
         {"launched", env(4, 2, CM::Launched{{"com.example.editor", 502}}),
          R"({"id":4,"message":{"launched":{"_0":{"bundleID":"com.example.editor","pid":502}}},"replyTo":2})"},
         {"quitApp", env(5, {}, CM::QuitApp{-1}), R"({"id":5,"message":{"quitApp":{"pid":-1}}})"},
@@ -127,13 +128,13 @@ std::vector<Golden> goldens() {
          R"({"id":17,"message":{"windowAction":{"_0":{"kind":"close","windowID":42}}}})"},
         {"clipboard", env(18, {}, CM::Clipboard{clip}),
          R"({"id":18,"message":{"clipboard":{"_0":{"changeCount":12,"items":[{"data":"aGVsbG8=","type":"public.utf8-plain-text"},)"
-         R"({"data":"iVBORwD/","type":"public.png"},{"data":"","type":"public.rtf"}],"origin":"agent"}}}})"},
+         R"({"data":"iVBORwD\/","type":"public.png"},{"data":"","type":"public.rtf"}],"origin":"agent"}}}})"},
         {"installApp",
          env(19, {}, CM::InstallApp{{share + "Editor.app", "com.example.editor", share + "Preferences.plist", std::nullopt}}),
-         R"({"id":19,"message":{"installApp":{"_0":{"bundleID":"com.example.editor","sharedAppPath":")" + share +
-             R"(Editor.app","sharedPrefsPath":")" + share + R"(Preferences.plist"}}}})"},
+         R"({"id":19,"message":{"installApp":{"_0":{"bundleID":"com.example.editor","sharedAppPath":")" + escapedShare +
+             R"(Editor.app","sharedPrefsPath":")" + escapedShare + R"(Preferences.plist"}}}})"},
         {"installed", env(20, 19, CM::Installed{"com.example.editor", "/Applications/Editor.app"}),
-         R"({"id":20,"message":{"installed":{"bundleID":"com.example.editor","path":"/Applications/Editor.app"}},"replyTo":19})"},
+         R"({"id":20,"message":{"installed":{"bundleID":"com.example.editor","path":"\/Applications\/Editor.app"}},"replyTo":19})"},
         {"getMenu", env(21, {}, CM::GetMenu{123}), R"({"id":21,"message":{"getMenu":{"pid":123}}})"},
         {"menu", env(22, 21, CM::Menu{123, {fileMenu}}),
          R"({"id":22,"message":{"menu":{"items":[{"checked":false,"children":[{"checked":false,"children":[],)"
