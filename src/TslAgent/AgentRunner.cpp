@@ -133,25 +133,19 @@ bool AgentRunner::dialChannel(const std::shared_ptr<DialRound>& round, const Soc
     }
     auto control = std::make_shared<ControlChannel>(std::make_shared<WireConnection>(fd, label));
     round->add(control);
-    auto attach = [&] {
-        MainActor::current().sync([&] {
-            service->attach(control, {channel});
-            if (channel == Channel::control) {
-                auto previous = control->onClose();
-                // Weakly: the round holds its channels.
-                control->setOnClose([previous, weakRound = std::weak_ptr<DialRound>(round)](std::exception_ptr error) {
-                    if (previous) previous(error);
-                    if (auto r = weakRound.lock()) r->controlClosed();
-                });
-            }
-        });
-    };
-    // The video channel is attached once its hello is answered: attached
-    // before, a stream started meanwhile could send a frame on it ahead of
-    // the hello, and the host refuses a connection whose first message is
-    // not a hello. Nothing arrives on it that needs the service earlier.
-    const bool attachFirst = channel != Channel::video;
-    if (attachFirst) attach();
+    MainActor::current().sync([&] {
+        // Until the host answers our hello the service sends nothing of its
+        // own on this channel: the host takes only a hello first.
+        service->attach(control, {channel}, AgentService::Greeting::awaitingHello);
+        if (channel == Channel::control) {
+            auto previous = control->onClose();
+            // Weakly: the round holds its channels.
+            control->setOnClose([previous, weakRound = std::weak_ptr<DialRound>(round)](std::exception_ptr error) {
+                if (previous) previous(error);
+                if (auto r = weakRound.lock()) r->controlClosed();
+            });
+        }
+    });
     if (isStopping()) return false;
     control->start();
     Hello hello = AgentService::agentHelloBase();
@@ -161,7 +155,7 @@ bool AgentRunner::dialChannel(const std::shared_ptr<DialRound>& round, const Soc
         log.error("handshake failed on %{public}s", rawValue(channel));
         return false;
     }
-    if (!attachFirst) attach();
+    MainActor::current().sync([&] { service->helloAnswered(control); });
     return true;
 }
 

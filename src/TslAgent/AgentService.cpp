@@ -115,11 +115,12 @@ asio::awaitable<ControlMessage> AgentService::status(ControlMessage) {
     co_return ControlMessage::Status{StatusReport::make(inputs, platform)};
 }
 
-void AgentService::attach(const std::shared_ptr<ControlChannel>& channel, const std::set<Channel>& channels) {
+void AgentService::attach(const std::shared_ptr<ControlChannel>& channel, const std::set<Channel>& channels,
+                          Greeting greeting) {
     bool isControl = channels.empty() || channels.contains(Channel::control);
     _attached.push_back(channel);
-    if (channels.contains(Channel::video) || (channels.empty() && !_videoConnection))
-        _videoConnection = channel->connection;
+    if (greeting == Greeting::awaitingHello) _awaitingHello.emplace_back(channel, channels);
+    else takeAsVideo(channel, channels);
     // Input goes straight from the reading thread into the guest, never
     // through the main actor; the closure holds the input path, not the service.
     channel->setOnFrame([input = input](WireMessage frame) {
@@ -148,6 +149,33 @@ void AgentService::attach(const std::shared_ptr<ControlChannel>& channel, const 
     });
 }
 
+void AgentService::takeAsVideo(const std::shared_ptr<ControlChannel>& channel, const std::set<Channel>& channels) {
+    if (channels.contains(Channel::video) || (channels.empty() && !_videoConnection))
+        _videoConnection = channel->connection;
+}
+
+void AgentService::helloAnswered(const std::shared_ptr<ControlChannel>& channel) {
+    const auto it = std::find_if(_awaitingHello.begin(), _awaitingHello.end(),
+                                 [&](const auto& entry) { return entry.first == channel; });
+    if (it == _awaitingHello.end()) return;
+    const std::set<Channel> channels = std::move(it->second);
+    _awaitingHello.erase(it);
+    if (!channel->connection->isClosed()) takeAsVideo(channel, channels);
+}
+
+void AgentService::postToHosts(const ControlMessage& message) {
+    for (const auto& channel : _controls) {
+        const bool greeted = std::none_of(_awaitingHello.begin(), _awaitingHello.end(),
+                                          [&](const auto& entry) { return entry.first == channel; });
+        if (!greeted) continue;
+        try {
+            channel->post(message);
+        } catch (const std::exception&) {
+            // A dead channel is cleaned up by its close handler.
+        }
+    }
+}
+
 void AgentService::detach(const std::shared_ptr<ControlChannel>& channel) {
     if (channel) {
         channel->setOnUnsolicited(nullptr);
@@ -158,6 +186,7 @@ void AgentService::detach(const std::shared_ptr<ControlChannel>& channel) {
     };
     std::erase_if(_controls, gone);
     std::erase_if(_attached, gone);
+    std::erase_if(_awaitingHello, [&](const auto& entry) { return gone(entry.first); });
     if (_videoConnection && _videoConnection->isClosed()) {
         auto closed = std::move(_videoConnection);
         _videoConnection.reset();

@@ -41,7 +41,13 @@ public:
 
     // Takes over a channel whose hello was accepted, before its first request
     // can arrive. An empty set is a connection that serves as everything.
-    void attach(const std::shared_ptr<ControlChannel>& channel, const std::set<Channel>& channels);
+    // A channel still awaiting the answer to its hello carries requests and
+    // input at once, but nothing the agent sends of its own accord (events,
+    // video) until `helloAnswered`: the host takes only a hello first.
+    enum class Greeting { done, awaitingHello };
+    void attach(const std::shared_ptr<ControlChannel>& channel, const std::set<Channel>& channels,
+                Greeting greeting = Greeting::done);
+    void helloAnswered(const std::shared_ptr<ControlChannel>& channel);
 
     // Throw ControlError "badRequest" with the texts the host knows.
     static void validate(const WindowAction& action);
@@ -97,6 +103,10 @@ private:
     // Clipboard (AgentServiceClipboard.cpp).
     asio::awaitable<ControlMessage> clipboard(ControlMessage request);
     void startClipboardSync();
+    // Posts to every control channel the host has greeted; a send error
+    // drops only that channel's copy.
+    void postToHosts(const ControlMessage& message);
+    void takeAsVideo(const std::shared_ptr<ControlChannel>& channel, const std::set<Channel>& channels);
 
     const AgentConfig _config;
     const PlatformServices platform;
@@ -106,6 +116,7 @@ private:
     const std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
     std::vector<std::shared_ptr<ControlChannel>> _controls;
     std::vector<std::shared_ptr<ControlChannel>> _attached;
+    std::vector<std::pair<std::shared_ptr<ControlChannel>, std::set<Channel>>> _awaitingHello;
     std::shared_ptr<WireConnection> _videoConnection;
     const std::shared_ptr<WindowCache> _windowCache = std::make_shared<WindowCache>();
     WindowTracker tracking;

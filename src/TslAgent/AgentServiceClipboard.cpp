@@ -14,14 +14,7 @@ void AgentService::startClipboardSync() {
     _clipboard.setOnLocalChange([weakSelf](const ClipboardPayload& payload) {
         auto self = weakSelf.lock();
         if (!self) return;
-        const ControlMessage message = ControlMessage::Clipboard{payload};
-        for (const auto& channel : self->_controls) {
-            try {
-                channel->post(message);
-            } catch (const std::exception&) {
-                // A dead channel is cleaned up by its close handler.
-            }
-        }
+        self->postToHosts(ControlMessage::Clipboard{payload});
     });
     _clipboard.start(clipboardPollPeriod);
 }

@@ -68,14 +68,7 @@ void AgentService::trackWindows() {
         default:
             break;
         }
-        const ControlMessage message = ControlMessage::WindowEvent{event};
-        for (const auto& channel : _controls) {
-            try {
-                channel->post(message);
-            } catch (const std::exception&) {
-                // A dead channel is cleaned up by its close handler.
-            }
-        }
+        postToHosts(ControlMessage::WindowEvent{event});
     }
 }
 

@@ -35,10 +35,10 @@ struct WindowWorld {
         main.runUntil([&] { return service->attached().empty(); }, limit);
     }
 
-    size_t attachControl() {
+    size_t attachControl(AgentService::Greeting greeting = AgentService::Greeting::done) {
         auto [a, b] = socketPair();
         auto agentEnd = std::make_shared<ControlChannel>(std::make_shared<WireConnection>(a, "agent"));
-        service->attach(agentEnd, {Channel::control});
+        service->attach(agentEnd, {Channel::control}, greeting);
         agentEnd->start();
         hostEnds.push_back(std::make_unique<HostEnd>(std::make_shared<WireConnection>(b, "host")));
         hostEnds.back()->channel->start();
@@ -307,6 +307,32 @@ TEST(WindowService, EveryChannelHearsAndTheStreamSideIsToldWithOrWithoutHosts) {
     EXPECT_EQ(world.tick(1), (Events{{Kind::closed, w}}));
     world.main.runFor(std::chrono::seconds(5));
     EXPECT_EQ(told.back(), "closed " + std::to_string(w));
+}
+
+// A dialled channel's first message must be its hello: until the host has
+// answered it, the agent sends nothing there of its own accord.
+TEST(WindowService, NothingGoesOutOnAChannelBeforeItsHelloIsAnswered) {
+    WindowWorld world;
+    world.attachControl(AgentService::Greeting::awaitingHello);
+    world.attachControl();
+    auto& d = *world.desktop;
+    const int32_t app = d.addProcess({.name = "App"});
+    const uint32_t w = d.addWindow(app, {.frame = {100, 100, 400, 300}});
+    EXPECT_EQ(world.tick(0), Events{});  // requests are answered meanwhile
+    EXPECT_EQ(world.events(1).size(), 1u);
+    world.service->helloAnswered(world.agentEnds[0]);
+    d.setFrame(w, {100, 100, 500, 300});
+    EXPECT_EQ(world.tick(0), (Events{{Kind::resized, w}}));
+
+    // Nor does a stream pick a video channel before then.
+    auto [a, b] = socketPair();
+    auto video = std::make_shared<ControlChannel>(std::make_shared<WireConnection>(a, "video"));
+    world.service->attach(video, {Channel::video}, AgentService::Greeting::awaitingHello);
+    EXPECT_EQ(world.service->videoConnection(), nullptr);
+    world.service->helloAnswered(video);
+    EXPECT_EQ(world.service->videoConnection(), video->connection);
+    video->close();
+    ::close(b);
 }
 
 TEST(WindowService, StreamsFollowTheirWindowsThroughTracking) {
