@@ -1,6 +1,4 @@
 // The agent executable: parse the command line, then serve the host.
-#include <pwd.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
@@ -12,19 +10,10 @@
 #include "TslAgent/AgentConfig.h"
 #include "TslAgent/AgentRunner.h"
 #include "TslAgent/AgentService.h"
+#include "TslCore/Support/HomeDirectory.h"
 #include "TslStream/Runtime/MainActor.h"
 
 using namespace tsl;
-
-namespace {
-
-std::filesystem::path homeDirectory() {
-    if (const char* h = std::getenv("HOME"); h && *h) return h;
-    if (const passwd* pw = ::getpwuid(::getuid())) return pw->pw_dir;
-    return "/";
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);

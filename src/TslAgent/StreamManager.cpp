@@ -10,11 +10,22 @@ StreamManager::StreamManager(std::shared_ptr<ScreenCapture> platform, std::share
     : platform(std::move(platform)), echo(std::move(echo)) {}
 
 template <class Pick>
-std::vector<uint32_t> StreamManager::runningWhere(Pick pick) const {
-    std::vector<uint32_t> ids;
+StreamManager::Chosen StreamManager::runningWhere(Pick pick) const {
+    Chosen chosen;
     for (const auto& [id, active] : streams)
-        if (pick(active)) ids.push_back(id);
-    return ids;
+        if (pick(active)) chosen.emplace_back(id, active.capture);
+    return chosen;
+}
+
+const StreamManager::Active* StreamManager::stillRunning(uint32_t streamID,
+                                                          const std::shared_ptr<WindowCapture>& capture) const {
+    const auto it = streams.find(streamID);
+    return it != streams.end() && it->second.capture == capture ? &it->second : nullptr;
+}
+
+asio::awaitable<void> StreamManager::stopChosen(Chosen chosen) {
+    for (const auto& [id, capture] : chosen)
+        if (stillRunning(id, capture)) co_await stop(id);
 }
 
 asio::awaitable<void> StreamManager::start(StreamRequest request, std::shared_ptr<WireConnection> connection) {
@@ -97,20 +108,19 @@ void StreamManager::requestKeyframe(uint32_t streamID) {
 
 asio::awaitable<void> StreamManager::stopAll() {
     for (auto& [id, entry] : starting) entry.cancelled = true;
-    for (uint32_t id : runningWhere([](const Active&) { return true; })) co_await stop(id);
+    co_await stopChosen(runningWhere([](const Active&) { return true; }));
 }
 
 asio::awaitable<void> StreamManager::stopAll(std::shared_ptr<WireConnection> on) {
-    for (uint32_t id : runningWhere([&](const Active& a) { return a.connection == on; })) co_await stop(id);
+    co_await stopChosen(runningWhere([&](const Active& a) { return a.connection == on; }));
 }
 
 asio::awaitable<void> StreamManager::windowResized(GuestWindow window) {
     const Size points{window.frame.width, window.frame.height};
-    for (uint32_t id : runningWhere([&](const Active& a) { return a.request.windowID == window.windowID; })) {
-        auto it = streams.find(id);
-        if (it == streams.end()) continue;  // stopped while an earlier one resized
-        auto capture = it->second.capture;
-        auto sender = it->second.sender;
+    for (const auto& [id, capture] : runningWhere([&](const Active& a) { return a.request.windowID == window.windowID; })) {
+        const Active* active = stillRunning(id, capture);
+        if (!active) continue;  // stopped while an earlier one resized
+        auto sender = active->sender;
         try {
             co_await capture->resize(points);
         } catch (const std::exception&) {
@@ -123,8 +133,7 @@ asio::awaitable<void> StreamManager::windowResized(GuestWindow window) {
 asio::awaitable<void> StreamManager::windowClosed(uint32_t windowID) {
     for (auto& [id, entry] : starting)
         if (entry.request.windowID == windowID) entry.cancelled = true;
-    for (uint32_t id : runningWhere([&](const Active& a) { return a.request.windowID == windowID; }))
-        co_await stop(id);
+    co_await stopChosen(runningWhere([&](const Active& a) { return a.request.windowID == windowID; }));
 }
 
 void StreamManager::windowRestored(uint32_t windowID) {
@@ -144,7 +153,9 @@ void StreamManager::captureEnded(uint32_t streamID, const WindowCapture* capture
 }
 
 std::vector<uint32_t> StreamManager::activeStreams() const {
-    return runningWhere([](const Active&) { return true; });
+    std::vector<uint32_t> ids;
+    for (const auto& [id, active] : streams) ids.push_back(id);
+    return ids;
 }
 
 std::shared_ptr<StreamSender> StreamManager::sender(uint32_t streamID) const {

@@ -65,7 +65,14 @@ private:
     // The platform ended this capture: its stream leaves the table, whatever
     // state it is in, unless a newer stream has taken its number.
     void captureEnded(uint32_t streamID, const WindowCapture* capture);
-    template <class Pick> std::vector<uint32_t> runningWhere(Pick pick) const;
+    // The running streams `pick` chooses, each by its number and capture: a
+    // wait between two of them may let a newer stream take a chosen number,
+    // and that newer stream is not what was chosen.
+    using Chosen = std::vector<std::pair<uint32_t, std::shared_ptr<WindowCapture>>>;
+    template <class Pick> Chosen runningWhere(Pick pick) const;
+    // The chosen stream, if it still runs.
+    const Active* stillRunning(uint32_t streamID, const std::shared_ptr<WindowCapture>& capture) const;
+    asio::awaitable<void> stopChosen(Chosen chosen);
 
     const std::shared_ptr<ScreenCapture> platform;
     Logger log{"com.tessel.agent", "streams"};

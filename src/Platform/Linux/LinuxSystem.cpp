@@ -1,7 +1,7 @@
 #include "Platform/Linux/LinuxSystem.h"
+#include "TslCore/Support/HomeDirectory.h"
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <spawn.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
@@ -41,11 +41,7 @@ std::string LinuxSystem::operatingSystemVersionString() {
     return std::string("Version ") + u.release + " (" + u.sysname + " " + u.machine + ")";
 }
 
-std::filesystem::path LinuxSystem::homeDirectory() {
-    if (const char* h = std::getenv("HOME"); h && *h) return h;
-    if (const passwd* pw = ::getpwuid(::getuid())) return pw->pw_dir;
-    return "/";
-}
+std::filesystem::path LinuxSystem::homeDirectory() { return tsl::homeDirectory(); }
 
 int32_t LinuxSystem::processIdentifier() { return int32_t(::getpid()); }
 

@@ -78,7 +78,8 @@ void StreamSender::sendRaw(PixelBuffer& buffer, const FrameInfo& info) {
     try {
         if (buffer.pixelFormat() != PixelBuffers::bgra) throw PixelBufferError::unsupportedFormat(buffer.pixelFormat());
         PixelBufferLock locked(buffer, PixelBuffer::lockReadOnly);
-        if (locked.status() != 0 || !locked.base()) throw PixelBufferError::lockFailed(locked.status());
+        if (locked.status() != 0) throw PixelBufferError::lockFailed(locked.status());
+        if (!locked.base()) throw PixelBufferError::lockFailed(-1);
         const size_t bytesPerRow = buffer.bytesPerRow();
         connection->sendVideo(RawEncoder::header(buffer, info, uint32_t(bytesPerRow)),
                               {locked.base(), bytesPerRow * size_t(buffer.height())});
