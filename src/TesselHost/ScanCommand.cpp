@@ -13,6 +13,7 @@
 #include "TesselHost/HostText.h"
 #include "TslCore/Scanner/AppScanner.h"
 #include "TslCore/Scanner/ScannerJSON.h"
+#include "TslCore/Support/Localized.h"
 
 namespace tsl::host {
 namespace {
@@ -24,13 +25,14 @@ struct ScanArguments {
     bool json = false;
 };
 
-const char* heading(ArchClass archClass) {
+std::string heading(ArchClass archClass, size_t count) {
+    const std::string n = std::to_string(count);
     switch (archClass) {
-        case ArchClass::intelOnly: return "Intel-only (needs the virtual Mac)";
-        case ArchClass::universal: return "Universal";
-        case ArchClass::appleSilicon: return "Apple silicon";
-        case ArchClass::legacy32bit: return "32-bit (runs nowhere today)";
-        case ArchClass::unknown: return "Unknown";
+        case ArchClass::intelOnly: return L("Intel-only (needs the virtual Mac): %@", {n});
+        case ArchClass::universal: return L("Universal: %@", {n});
+        case ArchClass::appleSilicon: return L("Apple silicon: %@", {n});
+        case ArchClass::legacy32bit: return L("32-bit (runs nowhere today): %@", {n});
+        case ArchClass::unknown: return L("Unknown: %@", {n});
     }
     return "";
 }
@@ -43,7 +45,7 @@ std::string archList(const AppBundleInfo& app) {
 }
 
 void printTable(const AppScanner::Report& report) {
-    std::printf("%zu applications", report.apps.size());
+    std::printf("%s", L("%@ applications", {std::to_string(report.apps.size())}).c_str());
     for (const ArchClass c : allArchClasses)
         if (const size_t n = report.count(c))
             std::printf("%s %s %zu", c == allArchClasses[0] ? ":" : ",", std::string(toString(c)).c_str(), n);
@@ -59,7 +61,7 @@ void printTable(const AppScanner::Report& report) {
             versionWidth = std::max(versionWidth, displayWidth(app->version.value_or("-")));
             archWidth = std::max(archWidth, archList(*app).size());
         }
-        std::printf("\n%s: %zu\n", heading(c), group.size());
+        std::printf("\n%s\n", heading(c, group.size()).c_str());
         for (const auto* app : group) {
             std::printf("  %s  %s  %s  %s\n", padded(app->name, nameWidth).c_str(),
                         padded(app->version.value_or("-"), versionWidth).c_str(),
@@ -71,7 +73,7 @@ void printTable(const AppScanner::Report& report) {
 // Counts bundles on the status line.
 AppScanner::Progress progressCallback(StatusLine& line) {
     if (!line.active()) return {};
-    return [&line](size_t read, const AppBundleInfo&) { line.show("Scanning… " + std::to_string(read) + " applications"); };
+    return [&line](size_t read, const AppBundleInfo&) { line.show(L("Scanning… %@ applications", {std::to_string(read)})); };
 }
 
 int runScan(const ScanArguments& args) {
@@ -79,7 +81,9 @@ int runScan(const ScanArguments& args) {
     if (args.roots.empty()) {
         scanner.options.roots = AppScanner::defaultRoots();
     } else {
-        scanner.options.roots.assign(args.roots.begin(), args.roots.end());
+        // Paths in the report are absolute, as a bundle's URL gives them;
+        // links stay as typed.
+        for (const std::string& root : args.roots) scanner.options.roots.push_back(std::filesystem::absolute(root));
     }
     scanner.options.maxDepth = args.maxDepth;
     scanner.options.includeApple = args.includeApple;

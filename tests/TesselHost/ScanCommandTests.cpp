@@ -7,6 +7,8 @@
 
 #include "TesselHost/TesselRun.h"
 #include "Support/MachOCorpus.h"
+#include "Support/SimSupport.h"
+#include "Support/TempDir.h"
 #include "TslCore/Scanner/ScannerJSON.h"
 
 using namespace tsl;
@@ -67,6 +69,17 @@ TEST(TesselScan, TableGroupsByClassWithCounts) {
     const std::string group = run.out.substr(start, end - start);
     for (const auto& path : intelOnly) EXPECT_NE(group.find(path), std::string::npos) << path;
     EXPECT_NE(run.out.find("Universal: "), std::string::npos);
+}
+
+TEST(TesselScan, RelativeRootsAreReportedAsAbsolutePaths) {
+    test::TempDir dir;
+    test::makeBundle(dir / "Apps", "Tool", "com.example.tool");
+    test::ChildProcess child("/bin/sh", {"-c", "cd \"$0\" && exec \"$1\" scan --json Apps/", dir.path().string(),
+                                         test::tesselExecutable()});
+    ASSERT_EQ(child.wait(), 0) << child.standardError();
+    const json printed = json::parse(child.standardOutput());
+    EXPECT_EQ(printed.at("roots"), json::array({(dir / "Apps").string()}));
+    EXPECT_EQ(printed.at("apps").at(0).at("path"), (dir / "Apps" / "Tool.app").string());
 }
 
 TEST(TesselScan, RefusesABadDepth) {

@@ -37,7 +37,8 @@ Bytes WireMessage::videoHead(const VideoFrameHeader& header, size_t pictureSize,
     constexpr MessageType t = MessageType::video;
     uint64_t size = uint64_t(VideoFrameHeader::size) + pictureSize;
     if (size > maxPayload(t)) throw WireError::payloadTooLarge(uint8_t(t), clampU32(size));
-    ByteWriter w(WireHeader::size + VideoFrameHeader::size + pictureSize);
+    // Only the two headers: a gathered write sends the picture from where it lies.
+    ByteWriter w(WireHeader::size + VideoFrameHeader::size);
     WireHeader(t, uint32_t(size), 0, sequence).encode(w);
     header.encode(w);
     return std::move(w.data);
@@ -48,6 +49,7 @@ Bytes WireMessage::encoded(uint32_t sequence) const {
     if (const Video* v = get<Video>()) {
         // The picture is written once, straight into the frame buffer.
         Bytes frame = videoHead(v->header, v->data.size(), sequence);
+        frame.reserve(frame.size() + v->data.size());
         frame.insert(frame.end(), v->data.begin(), v->data.end());
         return frame;
     }
