@@ -95,19 +95,27 @@ bool WireConnection::trySend(const WireMessage& message) {
     uint32_t seq;
     {
         std::lock_guard state(stateLock);
-        seq = sequence + 1;  // spent only once a byte has left
+        seq = sequence + 1;  // a socket that takes nothing leaves it for the queue's send
     }
-    Bytes frame = message.encoded(seq);
-    int s = openDescriptor();
+    auto spend = [&] {
+        std::lock_guard state(stateLock);
+        sequence = seq;
+    };
+    Bytes frame;
+    int s;
+    try {
+        frame = message.encoded(seq);
+        s = openDescriptor();
+    } catch (...) {
+        spend();  // a failed send spends its number, as the queue's does
+        throw;
+    }
     ssize_t n;
     do n = ::send(s, frame.data(), frame.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     while (n < 0 && errno == EINTR);
     if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return false;
+    spend();
     if (n < 0) throw SocketError("write", errno);
-    {
-        std::lock_guard state(stateLock);
-        sequence = seq;
-    }
     writeAll(frame, size_t(n));
     std::lock_guard state(stateLock);
     _bytesSent += frame.size();

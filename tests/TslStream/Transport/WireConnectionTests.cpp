@@ -265,6 +265,27 @@ TEST(WireConnection, CloseReleasesABlockedReadFromEitherSide) {
     }
 }
 
+TEST(WireConnection, TrySendSpendsTheNumberOfAFrameThatFails) {
+    auto [fdA, fdB] = socketPair();
+    auto a = std::make_shared<WireConnection>(fdA, "a");
+    EXPECT_TRUE(a->trySend(WireMessage::ping(1)));  // sequence 1
+    ClipboardPayload huge;
+    huge.items.push_back({"public.png", Bytes(3'300'000)});  // past the control limit once in Base64
+    EXPECT_THROW(a->trySend(WireMessage::control(ControlEnvelope{1, std::nullopt, ControlMessage::Clipboard{huge}})),
+                 WireError);  // sequence 2, spent
+    EXPECT_TRUE(a->trySend(WireMessage::ping(3)));
+    a->close();
+    Bytes all(64);
+    size_t have = 0;
+    for (ssize_t n; have < all.size() && (n = ::read(fdB, all.data() + have, all.size() - have)) > 0;) have += size_t(n);
+    ASSERT_EQ(have, 48u);
+    const auto frames = FrameDecoder().feed(std::span<const uint8_t>(all.data(), have));
+    ASSERT_EQ(frames.size(), 2u);
+    const uint8_t* h = all.data() + 24 + 12;  // the second frame's sequence
+    EXPECT_EQ(uint32_t(h[0]) | uint32_t(h[1]) << 8 | uint32_t(h[2]) << 16 | uint32_t(h[3]) << 24, 3u);
+    ::close(fdB);
+}
+
 TEST(WireConnection, TrySendWritesNothingAndSpendsNoNumberWhenTheSocketIsFull) {
     auto [fdA, fdB] = socketPair();
     auto a = std::make_shared<WireConnection>(fdA, "a");
