@@ -207,17 +207,10 @@ void AgentRunner::acceptConnection(int fd, int count) {
         }
         auto channels = channelsOf(envelope.message.get<ControlMessage::Hello>()->value);
         try {
-            // Our reply goes out before anything of the service's own.
-            MainActor::current().sync(
-                [&] { service->attach(channel, channels, AgentService::Greeting::awaitingHello); });
-            try {
-                channel->reply(envelope, ControlMessage::Hello{AgentService::agentHelloBase()});
-            } catch (const std::exception&) {
-                // The channel is closing; its close handler cleans up.
-            }
-            MainActor::current().sync([&] { service->helloAnswered(channel); });
+            MainActor::current().sync([&] { service->attach(channel, channels); });
+            channel->reply(envelope, ControlMessage::Hello{AgentService::agentHelloBase()});
         } catch (const std::exception&) {
-            // No main actor: the process is ending.
+            // A failed reply means the channel is closing; no main actor means the process is.
         }
     });
     channel->start();

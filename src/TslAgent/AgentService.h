@@ -41,9 +41,9 @@ public:
 
     // Takes over a channel whose hello was accepted, before its first request
     // can arrive. An empty set is a connection that serves as everything.
-    // A channel whose hello exchange is still under way carries requests and
+    // A channel still awaiting the answer to its hello carries requests and
     // input at once, but nothing the agent sends of its own accord (events,
-    // video) until `helloAnswered`: each side takes a hello first.
+    // video) until `helloAnswered`: the host takes only a hello first.
     enum class Greeting { done, awaitingHello };
     void attach(const std::shared_ptr<ControlChannel>& channel, const std::set<Channel>& channels,
                 Greeting greeting = Greeting::done);
