@@ -84,15 +84,6 @@ Bytes readAll(int fd, const fs::path& path) {
     return data;
 }
 
-bool isDictionaryPlist(const Bytes& data) {
-    // The parser recurses per level, and the host writes these bytes.
-    if (data.empty() || !PlistDepth::within(data)) return false;
-    plist_t parsed = nullptr;
-    plist_from_memory(reinterpret_cast<const char*>(data.data()), uint32_t(data.size()), &parsed);
-    std::unique_ptr<std::remove_pointer_t<plist_t>, decltype(&plist_free)> root(parsed, &plist_free);
-    return root && plist_get_node_type(root.get()) == PLIST_DICT;
-}
-
 int writeAll(int fd, const Bytes& data) {
     for (size_t done = 0; done < data.size();) {
         const ssize_t n = ::write(fd, data.data() + done, data.size() - done);
@@ -174,6 +165,15 @@ AppInstaller::AppInstaller(AgentConfig config, std::shared_ptr<System> system)
 
 bool AppInstaller::isValidBundleID(std::string_view id) { return SafePaths::isValidBundleID(id); }
 
+bool AppInstaller::isDictionaryPlist(std::span<const uint8_t> data) {
+    // The parser recurses per level, and the host writes these bytes.
+    if (data.empty() || data.size() > UINT32_MAX || !PlistDepth::within(data)) return false;
+    plist_t parsed = nullptr;
+    plist_from_memory(reinterpret_cast<const char*>(data.data()), uint32_t(data.size()), &parsed);
+    std::unique_ptr<std::remove_pointer_t<plist_t>, decltype(&plist_free)> root(parsed, &plist_free);
+    return root && plist_get_node_type(root.get()) == PLIST_DICT;
+}
+
 fs::path AppInstaller::resolveInShare(const std::string& path) const {
     std::string root = SafePaths::resolvedPath(config.sharedDir.native());
     const std::string url = SafePaths::resolvedPath(path);
@@ -228,7 +228,7 @@ struct Installation {
     void importPreferences(const fs::path& url) const {
         const UniqueFd fd = openInShare(root, url.native(), O_RDONLY | O_NONBLOCK);
         const Bytes data = readAll(fd.get(), url);
-        if (!isDictionaryPlist(data))
+        if (!AppInstaller::isDictionaryPlist(data))
             throw InstallError::badPreferences(url.filename().string() + " is not a dictionary property list");
         if (config().isSimulation) {
             makeFolders(config().prefsDir);

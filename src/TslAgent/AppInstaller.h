@@ -1,6 +1,8 @@
 #pragma once
 #include <filesystem>
+#include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -40,6 +42,10 @@ struct AppInstaller {
     std::filesystem::path resolveInShare(const std::string& path) const;
 
     static bool isValidBundleID(std::string_view id);
+
+    // Whether preferences bytes are a property list (XML or binary) whose
+    // root is a dictionary; false for anything nested too deep to parse.
+    static bool isDictionaryPlist(std::span<const uint8_t> data);
 };
 
 }  // namespace tsl
