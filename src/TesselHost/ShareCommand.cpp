@@ -13,8 +13,8 @@
 #include "TesselHost/HostText.h"
 #include "TslCore/Migration/SafePaths.h"
 #include "TslCore/Model/SharedFolders.h"
-#include "TslCore/Support/PathNames.h"
 #include "TslCore/Support/Localized.h"
+#include "TslCore/Support/PathNames.h"
 
 namespace tsl::host {
 namespace {

@@ -154,9 +154,13 @@ void AgentService::takeAsVideo(const std::shared_ptr<ControlChannel>& channel, c
         _videoConnection = channel->connection;
 }
 
+auto AgentService::awaitingHello(const std::shared_ptr<ControlChannel>& channel) -> decltype(_awaitingHello)::iterator {
+    return std::find_if(_awaitingHello.begin(), _awaitingHello.end(),
+                        [&](const auto& entry) { return entry.first == channel; });
+}
+
 void AgentService::helloAnswered(const std::shared_ptr<ControlChannel>& channel) {
-    const auto it = std::find_if(_awaitingHello.begin(), _awaitingHello.end(),
-                                 [&](const auto& entry) { return entry.first == channel; });
+    const auto it = awaitingHello(channel);
     if (it == _awaitingHello.end()) return;
     const std::set<Channel> channels = std::move(it->second);
     _awaitingHello.erase(it);
@@ -165,9 +169,7 @@ void AgentService::helloAnswered(const std::shared_ptr<ControlChannel>& channel)
 
 void AgentService::postToHosts(const ControlMessage& message) {
     for (const auto& channel : _controls) {
-        const bool greeted = std::none_of(_awaitingHello.begin(), _awaitingHello.end(),
-                                          [&](const auto& entry) { return entry.first == channel; });
-        if (!greeted) continue;
+        if (awaitingHello(channel) != _awaitingHello.end()) continue;
         try {
             channel->post(message);
         } catch (const std::exception&) {

@@ -116,7 +116,9 @@ private:
     const std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
     std::vector<std::shared_ptr<ControlChannel>> _controls;
     std::vector<std::shared_ptr<ControlChannel>> _attached;
+    // Channels whose hello is unanswered, with what each will serve.
     std::vector<std::pair<std::shared_ptr<ControlChannel>, std::set<Channel>>> _awaitingHello;
+    decltype(_awaitingHello)::iterator awaitingHello(const std::shared_ptr<ControlChannel>& channel);
     std::shared_ptr<WireConnection> _videoConnection;
     const std::shared_ptr<WindowCache> _windowCache = std::make_shared<WindowCache>();
     WindowTracker tracking;

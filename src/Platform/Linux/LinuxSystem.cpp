@@ -1,5 +1,4 @@
 #include "Platform/Linux/LinuxSystem.h"
-#include "TslCore/Support/HomeDirectory.h"
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -13,6 +12,8 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+
+#include "TslCore/Support/HomeDirectory.h"
 
 extern char** environ;
 

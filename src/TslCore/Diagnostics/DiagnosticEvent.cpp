@@ -1,11 +1,10 @@
 #include "TslCore/Diagnostics/DiagnosticEvent.h"
 
-#include "TslCore/Support/JSONInteger.h"
-
 #include <sodium.h>
 
-#include <cmath>
 #include <stdexcept>
+
+#include "TslCore/Support/JSONInteger.h"
 
 namespace tsl {
 

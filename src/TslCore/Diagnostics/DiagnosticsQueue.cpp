@@ -11,8 +11,8 @@
 #include <nlohmann/json.hpp>
 
 #include "TslCore/Diagnostics/DiagnosticsGuard.h"
-#include "TslCore/Support/AtomicFile.h"
 #include "TslCore/Diagnostics/DiagnosticsSanitizer.h"
+#include "TslCore/Support/AtomicFile.h"
 #include "TslCore/Support/JSONInteger.h"
 
 namespace tsl {
@@ -65,8 +65,7 @@ DiagnosticsQueue::InFlight decodeInFlight(const json& j) {
     DiagnosticsQueue::InFlight v;
     j.at("id").get_to(v.id);
     const json& count = j.at("count");
-    if (count.is_number_float()) throw std::invalid_argument("count");
-    const auto value = jsonInteger<int64_t>(count);
+    const auto value = count.is_number_float() ? std::nullopt : jsonInteger<int64_t>(count);
     if (!value) throw std::invalid_argument("count");
     v.count = *value;
     return v;

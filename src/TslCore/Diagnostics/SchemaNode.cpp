@@ -1,13 +1,12 @@
 #include "TslCore/Diagnostics/SchemaNode.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <set>
 
 #include "TslCore/Diagnostics/SchemaRegex.h"
-#include "TslCore/Support/JSONInteger.h"
 #include "TslCore/Support/DoubleText.h"
+#include "TslCore/Support/JSONInteger.h"
 
 namespace tsl {
 

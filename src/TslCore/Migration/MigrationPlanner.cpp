@@ -8,8 +8,8 @@
 #include "TslCore/Migration/ShareIO.h"
 #include "TslCore/Migration/TreeCopy.h"
 #include "TslCore/Support/FileTree.h"
-#include "TslCore/Support/PathNames.h"
 #include "TslCore/Support/JSONInteger.h"
+#include "TslCore/Support/PathNames.h"
 
 namespace tsl {
 namespace {

@@ -1,6 +1,5 @@
 #include "TslCore/Model/StateJSON.h"
 
-#include <cmath>
 #include <map>
 #include <set>
 #include <string>

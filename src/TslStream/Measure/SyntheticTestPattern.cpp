@@ -1,7 +1,5 @@
 #include "TslStream/Measure/SyntheticTestPattern.h"
 
-#include <string>
-
 #include "TslCore/Measure/TestPattern.h"
 #include "TslStream/Codec/PixelBuffers.h"
 
