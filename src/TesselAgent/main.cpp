@@ -12,11 +12,13 @@
 #include "TslAgent/AgentService.h"
 #include "TslCore/Support/HomeDirectory.h"
 #include "TslStream/Runtime/MainActor.h"
+#include "TslStream/Transport/Socket.h"
 
 using namespace tsl;
 
 int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
+    raiseDescriptorLimit();
     std::vector<std::string> arguments(argv + 1, argv + argc);
     std::optional<AgentConfig> parsed;
     try {

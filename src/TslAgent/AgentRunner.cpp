@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <utility>
 
 #include "TslAgent/BlockingRequest.h"
 #include "TslStream/Transport/HandshakeGate.h"
@@ -17,6 +18,7 @@ constexpr double helloTimeout = 10.0;
 constexpr double listenHelloLimit = 5.0;
 constexpr double firstRetryDelay = 0.5;
 constexpr double longestRetryDelay = 5.0;
+constexpr double shortagePause = 0.05;
 
 bool isAcceptableHostHello(const ControlMessage& message) {
     auto hello = message.get<ControlMessage::Hello>();
@@ -176,31 +178,80 @@ void AgentRunner::listenLoop(const SocketEndpoint& endpoint) {
     }
     std::printf("TesselAgent listening on %s\n", endpoint.description().c_str());
     std::fflush(stdout);
+    // The listener stays open for the agent's life: a shortage of descriptors,
+    // threads or memory only makes it wait a moment before it accepts again.
+    bool shortReported = false;
+    auto pushBack = [&](const std::string& what) {
+        if (!std::exchange(shortReported, true)) log.error("cannot take connections for now (%{public}s); waiting", what);
+        return pause(shortagePause);
+    };
     for (int count = 0;;) {
         int fd;
         try {
             fd = made->accept();
-        } catch (const std::exception&) {
-            std::lock_guard guard(lock);
-            listener.reset();
-            return;
+        } catch (const SocketError& e) {
+            if (isStopping() || !pushBack(e.description())) break;
+            continue;
         }
         if (!peerIsThisUser(fd)) {
             log.error("rejected a connection from another user");
             ::close(fd);
             continue;
         }
-        acceptConnection(fd, ++count);
+        if (!admitUngreeted()) {
+            ::close(fd);  // as the host's acceptor does past its limit
+            continue;
+        }
+        if (auto error = caughtError([&] { acceptConnection(fd, ++count); })) {
+            releaseUngreeted();
+            std::string what = "connection set-up failed";
+            try {
+                std::rethrow_exception(error);
+            } catch (const std::exception& e) {
+                what = e.what();
+            }
+            if (!pushBack(what)) break;
+            continue;
+        }
+        shortReported = false;
     }
+    std::lock_guard guard(lock);
+    listener.reset();
 }
 
+bool AgentRunner::admitUngreeted() {
+    size_t now = ungreeted->load();
+    do {
+        if (now >= HandshakeGate::maxPending) return false;
+    } while (!ungreeted->compare_exchange_weak(now, now + 1));
+    return true;
+}
+
+void AgentRunner::releaseUngreeted() { --*ungreeted; }
+
+// Takes over `fd` whatever happens: on a throw it has been closed.
 void AgentRunner::acceptConnection(int fd, int count) {
-    auto channel = std::make_shared<ControlChannel>(std::make_shared<WireConnection>(fd, "host-" + std::to_string(count)));
+    std::shared_ptr<WireConnection> connection;
+    try {
+        connection = std::make_shared<WireConnection>(fd, "host-" + std::to_string(count));
+    } catch (...) {
+        ::close(fd);
+        throw;
+    }
+    connection->setPayloadLimit(HandshakeGate::payloadLimit);
+    auto channel = std::make_shared<ControlChannel>(connection);
     auto gate = std::make_shared<HandshakeGate>(channel);
+    // Whichever of the hello, the close and the time-out comes first ends the
+    // handshake, and only that one gives its place back.
+    auto passed = [count = ungreeted, gate] {
+        if (!gate->pass()) return false;
+        --*count;  // the runner may be gone: the count is shared
+        return true;
+    };
     std::weak_ptr<ControlChannel> weak = channel;
-    channel->setOnUnsolicited([weak, gate, service = service](ControlEnvelope envelope) {
+    channel->setOnUnsolicited([weak, passed, service = service](ControlEnvelope envelope) {
         auto channel = weak.lock();
-        if (!channel || !gate->pass()) return;
+        if (!channel || !passed()) return;
         if (!isAcceptableHostHello(envelope.message)) {
             channel->close();
             return;
@@ -208,16 +259,19 @@ void AgentRunner::acceptConnection(int fd, int count) {
         auto channels = channelsOf(envelope.message.get<ControlMessage::Hello>()->value);
         try {
             MainActor::current().sync([&] { service->attach(channel, channels); });
+            channel->connection->setPayloadLimit(std::nullopt);
             channel->reply(envelope, ControlMessage::Hello{AgentService::agentHelloBase()});
         } catch (const std::exception&) {
             // A failed reply means the channel is closing; no main actor means the process is.
         }
     });
-    channel->start();
-    GlobalQueue::after(fromSeconds(listenHelloLimit), [weak, gate] {
+    // A peer gone before its hello frees its place at once, not at the time-out.
+    channel->setOnClose([passed](std::exception_ptr) { passed(); });
+    GlobalQueue::after(fromSeconds(listenHelloLimit), [weak, passed] {
         auto channel = weak.lock();  // before the gate lets go of it
-        if (gate->pass() && channel) channel->close();
+        if (passed() && channel) channel->close();
     });
+    channel->start();
 }
 
 }  // namespace tsl

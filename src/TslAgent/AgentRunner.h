@@ -1,4 +1,5 @@
 #pragma once
+#include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -45,6 +46,9 @@ private:
     bool dialChannel(const std::shared_ptr<DialRound>& round, const SocketEndpoint& endpoint, Channel channel);
     void listenLoop(const SocketEndpoint& endpoint);
     void acceptConnection(int fd, int count);
+    // A place among the connections awaiting their hello; false when all are taken.
+    bool admitUngreeted();
+    void releaseUngreeted();
     // Sleeps unless stopped meanwhile; false once stopped.
     bool pause(double seconds);
     bool isStopping();
@@ -53,6 +57,9 @@ private:
     const std::shared_ptr<AgentService> service;
     const ProcessExit exit;
     Logger log{"com.tessel.agent", "runner"};
+
+    // Connections awaiting their hello; their callbacks may outlive the runner.
+    const std::shared_ptr<std::atomic<size_t>> ungreeted = std::make_shared<std::atomic<size_t>>(0);
 
     std::mutex lock;  // guards the fields below
     std::condition_variable wake;

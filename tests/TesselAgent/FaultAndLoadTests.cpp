@@ -1,10 +1,14 @@
 // The agent executable under load and hostile hosts, over loopback: many short
 // connections, silent connections against the hello limit, and malformed
 // frames, while a well-behaved host keeps being served.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 
+#include <filesystem>
 #include <fstream>
 
 #include "Support/AgentTestSupport.h"
@@ -14,6 +18,7 @@
 #include "TslCore/Wire/FrameDecoder.h"
 #include "TslCore/Wire/WireJSON.h"
 #include "TslCore/Wire/WireTestSupport.h"
+#include "TslStream/Transport/HandshakeGate.h"
 
 using namespace tsl;
 using namespace tsl::test;
@@ -25,6 +30,7 @@ namespace {
 class RawHost {
 public:
     explicit RawHost(const std::string& socket) : fd(connectSocket(SocketEndpoint::unix(socket))) {}
+    explicit RawHost(int connected) : fd(connected) {}
     ~RawHost() { ::close(fd); }
     RawHost(const RawHost&) = delete;
     RawHost& operator=(const RawHost&) = delete;
@@ -71,6 +77,13 @@ public:
         return true;
     }
 
+    // Whether the agent has closed its end by now, without waiting.
+    bool closedAlready() {
+        pollfd p{fd, POLLIN, 0};
+        if (::poll(&p, 1, 0) <= 0) return false;
+        return !readSome(std::chrono::steady_clock::now() + std::chrono::milliseconds(1)) && ended;
+    }
+
 private:
     bool readSome(std::chrono::steady_clock::time_point deadline) {
         if (ended) return false;
@@ -97,6 +110,7 @@ private:
 // The agent's resident set and thread count, from /proc.
 struct ProcessFigures {
     size_t residentKiB = 0;
+    size_t peakResidentKiB = 0;
     size_t threads = 0;
 };
 
@@ -105,9 +119,29 @@ ProcessFigures figuresOf(pid_t pid) {
     std::ifstream status("/proc/" + std::to_string(pid) + "/status");
     for (std::string line; std::getline(status, line);) {
         if (line.starts_with("VmRSS:")) f.residentKiB = std::stoul(line.substr(6));
+        if (line.starts_with("VmHWM:")) f.peakResidentKiB = std::stoul(line.substr(6));
         if (line.starts_with("Threads:")) f.threads = std::stoul(line.substr(8));
     }
     return f;
+}
+
+// A connection made within `patience`, or nothing: a listener whose queue
+// stays full (as behind an accept that keeps failing) must not block a test.
+std::optional<int> connectWithin(const std::string& socket, std::chrono::milliseconds patience) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::snprintf(address.sun_path, sizeof address.sun_path, "%s", socket.c_str());
+    auto deadline = std::chrono::steady_clock::now() + patience;
+    for (;;) {
+        int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+        if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) {
+            ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+            return fd;
+        }
+        ::close(fd);
+        if (errno != EAGAIN || std::chrono::steady_clock::now() > deadline) return std::nullopt;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));  // the queue is full for now
+    }
 }
 
 // A listening simulation run of the executable.
@@ -246,4 +280,93 @@ TEST(TesselAgentFaults, AMalformedFrameClosesOnlyItsOwnConnection) {
         }
     }
     EXPECT_FALSE(agent.process.wait(std::chrono::milliseconds(0)));
+}
+
+TEST(TesselAgentFaults, RunningOutOfDescriptorsOnlyMakesNewConnectionsWait) {
+    ListeningAgent agent;
+    auto polite = agent.helloedHost();
+    // A low hard limit, set from outside after the agent has raised its own.
+    const rlimit low{128, 128};
+    ASSERT_EQ(::prlimit(agent.process.pid(), RLIMIT_NOFILE, &low, nullptr), 0);
+    // Greeted connections have no cap: held open, they take every descriptor.
+    std::vector<std::unique_ptr<RawHost>> held;
+    for (int i = 0; i < 200; ++i) {
+        auto fd = connectWithin(agent.socket, std::chrono::milliseconds(500));
+        if (!fd) break;  // the agent's queue stays full: it cannot accept now
+        held.push_back(std::make_unique<RawHost>(*fd));
+        held.back()->send(ControlMessage::Hello{hostHello()});
+    }
+    EXPECT_TRUE(agent.process.waitForError("cannot take connections for now")) << agent.process.standardError();
+    held.clear();
+    for (int i = 0; i < 300; ++i) {
+        RawHost closing(agent.socket);
+        if (i % 2) closing.send(ControlMessage::Hello{hostHello()});
+    }
+    EXPECT_TRUE(agent.isServing(*polite));
+    EXPECT_TRUE(agent.helloedHost());
+    EXPECT_TRUE(std::filesystem::exists(agent.socket)) << "the listener is never given up";
+    EXPECT_FALSE(agent.process.wait(std::chrono::milliseconds(0)));
+}
+
+TEST(TesselAgentFaults, ConnectionsAwaitingTheirHelloAreCapped) {
+    ListeningAgent agent;
+    auto polite = agent.helloedHost();
+    std::vector<std::unique_ptr<RawHost>> silent;
+    for (size_t i = 0; i < HandshakeGate::maxPending; ++i) silent.push_back(std::make_unique<RawHost>(agent.socket));
+    // Accepted in order: past the cap a connection is closed at once, while
+    // those before it still wait out their time.
+    RawHost extra(agent.socket);
+    EXPECT_TRUE(extra.closedByAgent());
+    EXPECT_FALSE(silent.front()->closedAlready()) << "the first silent connection should still be waiting";
+    EXPECT_TRUE(agent.isServing(*polite));
+
+    // A peer that goes before its hello gives its place back then, not at its time-out.
+    size_t threads = figuresOf(agent.process.pid()).threads - silent.size();
+    silent.clear();
+    ASSERT_TRUE(agent.settlesTo(threads));
+    for (size_t i = 0; i < HandshakeGate::maxPending; ++i) silent.push_back(std::make_unique<RawHost>(agent.socket));
+    silent.clear();
+    ASSERT_TRUE(agent.settlesTo(threads));
+    auto late = agent.helloedHost();
+    EXPECT_TRUE(agent.isServing(*late));
+}
+
+TEST(TesselAgentFaults, DeeplyNestedControlFramesAreRefusedCheaply) {
+    ListeningAgent agent;
+    const size_t frameLimit = 4u << 20;
+    std::string openers = R"({"id":1,"x":)" + std::string(frameLimit - 12, '[');
+    std::string nested = R"({"id":1,"x":)";
+    size_t levels = (frameLimit - 40) / 2;
+    nested += std::string(levels, '[') + std::string(levels, ']') + R"(,"message":{"ok":{}}})";
+    size_t peakBefore = figuresOf(agent.process.pid()).peakResidentKiB;
+    for (const std::string& payload : {openers, nested}) {
+        ASSERT_LE(payload.size(), frameLimit);
+        auto host = agent.helloedHost();
+        ASSERT_TRUE(host->send(frame(1, payload)));
+        EXPECT_TRUE(host->closedByAgent());
+    }
+    size_t peakAfter = figuresOf(agent.process.pid()).peakResidentKiB;
+    // Each frame is held twice while it is read; its document never grows.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    const size_t allowedKiB = 48 * 1024;
+#else
+    const size_t allowedKiB = 16 * 1024;
+#endif
+    EXPECT_LT(peakAfter, peakBefore + allowedKiB) << "peak " << peakBefore << " KiB before, " << peakAfter << " after";
+    auto host = agent.helloedHost();
+    EXPECT_TRUE(agent.isServing(*host));
+}
+
+TEST(TesselAgentFaults, TextFromTheHostCannotForgeALogLine) {
+    ListeningAgent agent;
+    auto host = agent.helloedHost();
+    LaunchRequest request;
+    request.bundleID = "com.example.x\nFORGED error: \x1b[31mred";
+    auto reply = host->request(ControlMessage::LaunchApp{request});
+    ASSERT_TRUE(reply && reply->kind() == ControlMessage::Kind::error);
+    ASSERT_TRUE(agent.process.waitForError("FORGED")) << agent.process.standardError();
+    const std::string& log = agent.process.standardError();
+    EXPECT_EQ(log.find("\nFORGED"), std::string::npos) << log;
+    EXPECT_EQ(log.find('\x1b'), std::string::npos) << log;
+    EXPECT_NE(log.find("com.example.x\\nFORGED error: \\x1b[31mred"), std::string::npos) << log;
 }

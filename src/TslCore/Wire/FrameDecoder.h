@@ -32,6 +32,13 @@ public:
     // Bytes of storage held, used or not: what a connection costs in memory.
     size_t reservedCount() const { return buffer.capacity() + directHead.capacity() + directPicture.capacity(); }
     bool isPoisoned() const { return poisoned; }
+    // Between frames nothing; inside one, the payload length its header
+    // announced, 0 while the header itself is still incomplete.
+    std::optional<uint32_t> partialFrame() const {
+        if (pendingHeader) return pendingHeader->length;
+        if (buffer.size() > start) return 0;
+        return std::nullopt;
+    }
 
 private:
     std::optional<WireMessage> next();

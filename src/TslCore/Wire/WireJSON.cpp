@@ -4,6 +4,7 @@
 #include <cmath>
 #include <concepts>
 #include <limits>
+#include <set>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -505,9 +506,140 @@ ControlMessage messageFromJSON(json& j, const Path& at) {
                       std::make_index_sequence<ControlMessage::kindCount>{});
 }
 
+// Every key that some record reads. A value under any other key is never
+// looked at, so the parser skips it without building it.
+using KeySet = std::set<std::string, std::less<>>;
+
+template <class T>
+void collectKeys(KeySet& keys);
+
+struct KeyCollector {
+    KeySet& keys;
+    template <class F>
+    void operator()(std::string_view key, F&) {
+        keys.emplace(key);
+        collectKeys<F>(keys);
+    }
+};
+
+template <class T>
+struct FieldType {
+    using type = T;
+};
+template <class T>
+struct FieldType<std::optional<T>> : FieldType<T> {};
+template <class T>
+struct FieldType<std::vector<T>> : FieldType<T> {};
+
+template <class T>
+void collectKeys(KeySet& keys) {
+    using R = typename FieldType<T>::type;
+    if constexpr (Record<R>) {
+        static bool visited = false;  // records nest themselves (menus); runs once, under a static's guard
+        if (std::exchange(visited, true)) return;
+        KeyCollector collector{keys};
+        R record{};
+        fields(collector, record);
+    }
+}
+
+template <size_t... I>
+void collectCaseKeys(KeySet& keys, std::index_sequence<I...>) {
+    (collectKeys<std::variant_alternative_t<I, ControlMessage::Payload>>(keys), ...);
+    for (size_t k = 0; k < ControlMessage::kindCount; ++k) keys.emplace(caseName(ControlMessage::Kind(k)));
+}
+
+const KeySet& knownKeys() {
+    static const KeySet keys = [] {
+        KeySet made{"id", "replyTo", "message"};
+        collectCaseKeys(made, std::make_index_sequence<ControlMessage::kindCount>{});
+        collectKeys<ProvisionReport>(made);
+        collectKeys<AgentStatus>(made);
+        return made;
+    }();
+    return keys;
+}
+
+// Builds the document as the library's own parser does, but refuses nesting
+// past maxDepth as it is met, skipped values included, and never builds what
+// stands under an unknown key. Without both a 4 MiB frame could cost forty
+// times its size: every '[' becomes a value of its own.
+class BoundedBuilder {
+public:
+    explicit BoundedBuilder(json& root) : dom(root, true) {}
+
+    bool tooDeep = false;
+
+    bool null() { return scalar([&] { return dom.null(); }); }
+    bool boolean(bool v) { return scalar([&] { return dom.boolean(v); }); }
+    bool number_integer(json::number_integer_t v) { return scalar([&] { return dom.number_integer(v); }); }
+    bool number_unsigned(json::number_unsigned_t v) { return scalar([&] { return dom.number_unsigned(v); }); }
+    bool number_float(json::number_float_t v, const json::string_t& text) {
+        return scalar([&] { return dom.number_float(v, text); });
+    }
+    bool string(json::string_t& v) { return scalar([&] { return dom.string(v); }); }
+    bool binary(json::binary_t& v) { return scalar([&] { return dom.binary(v); }); }
+
+    bool start_object(size_t n) { return open([&] { return dom.start_object(n); }); }
+    bool start_array(size_t n) { return open([&] { return dom.start_array(n); }); }
+    bool end_object() { return close([&] { return dom.end_object(); }); }
+    bool end_array() { return close([&] { return dom.end_array(); }); }
+
+    bool key(json::string_t& k) {
+        if (skipping > 0) return true;
+        if (!knownKeys().contains(k)) {
+            skipNext = true;
+            return true;
+        }
+        return dom.key(k);
+    }
+
+    template <class Exception>
+    bool parse_error(size_t position, const std::string& token, const Exception& e) {
+        return dom.parse_error(position, token, e);
+    }
+
+private:
+    template <class F>
+    bool scalar(F build) {
+        if (skipping > 0) return true;
+        if (std::exchange(skipNext, false)) return true;
+        return build();
+    }
+    template <class F>
+    bool open(F build) {
+        if (++depth > maxDepth) {
+            tooDeep = true;
+            return false;
+        }
+        if (skipping > 0 || std::exchange(skipNext, false)) {
+            ++skipping;
+            return true;
+        }
+        return build();
+    }
+    template <class F>
+    bool close(F build) {
+        --depth;
+        if (skipping > 0) {
+            --skipping;
+            return true;
+        }
+        return build();
+    }
+
+    nlohmann::detail::json_sax_dom_parser<json> dom;
+    size_t depth = 0;
+    size_t skipping = 0;  // levels open inside a skipped value
+    bool skipNext = false;
+};
+
 json parse(const uint8_t* data, size_t size) {
+    json root;
+    BoundedBuilder builder(root);
     try {
-        return json::parse(data, data + size);
+        if (!json::sax_parse(data, data + size, &builder) && builder.tooDeep)
+            throw DecodeError("nesting deeper than " + std::to_string(maxDepth) + " levels");
     } catch (const json::exception& e) {
         // Drop the library's "[json.exception.parse_error.101] " tag.
         std::string_view text = e.what();
@@ -515,6 +647,7 @@ json parse(const uint8_t* data, size_t size) {
             text.remove_prefix(end + 2);
         throw DecodeError(std::string(text));
     }
+    return root;
 }
 
 Bytes serialize(const json& j) {

@@ -15,6 +15,7 @@
 #include "TslStream/Support/Logger.h"
 #include "TslStream/Transport/Channel.h"
 #include "TslStream/Transport/ControlChannel.h"
+#include "TslStream/Transport/HandshakeGate.h"
 
 namespace tsl {
 
@@ -28,7 +29,7 @@ namespace tsl {
 class AgentAcceptor : public std::enable_shared_from_this<AgentAcceptor> {
 public:
     static constexpr double handshakeTimeout = 5.0;
-    static constexpr size_t maxPending = 8;
+    static constexpr size_t maxPending = HandshakeGate::maxPending;
 
     // `handshakeLimit` is for tests that cross the time-out.
     explicit AgentAcceptor(Hello hostHello, double handshakeLimit = handshakeTimeout);

@@ -5,11 +5,11 @@
 
 #include "TslCore/Wire/ControlMessage.h"
 #include "TslStream/Transport/Channel.h"
+#include "TslStream/Transport/HandshakeGate.h"
 
 namespace tsl::AgentHandshake {
 
-// No frame above this passes before a hello has.
-inline constexpr uint32_t payloadLimit = 0x10000;
+inline constexpr uint32_t payloadLimit = HandshakeGate::payloadLimit;
 
 // Why the host refuses a connection's first message, or nothing when it may
 // register. `expected` is the port's channel, absent on a shared listener.

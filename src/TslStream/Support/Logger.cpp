@@ -33,6 +33,37 @@ spdlog::level::level_enum toSpd(Logger::Level level) {
     return spdlog::level::info;
 }
 
+// Text from the other side or from files must not forge a line or reach a
+// terminal as escape sequences: C0 and C1 controls, DEL and the backslash
+// itself are written as escapes.
+void appendEscaped(std::string& out, std::string_view text) {
+    static constexpr char hex[] = "0123456789abcdef";
+    for (size_t i = 0; i < text.size(); ++i) {
+        auto c = static_cast<unsigned char>(text[i]);
+        unsigned code = c;
+        size_t width = 1;
+        if (c == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) >= 0x80 &&
+            static_cast<unsigned char>(text[i + 1]) <= 0x9F) {
+            code = static_cast<unsigned char>(text[i + 1]);
+            width = 2;
+        } else if (c >= 0x20 && c != 0x7F && c != '\\') {
+            out += char(c);
+            continue;
+        }
+        i += width - 1;
+        switch (code) {
+            case '\n': out += "\\n"; break;
+            case '\r': out += "\\r"; break;
+            case '\t': out += "\\t"; break;
+            case '\\': out += "\\\\"; break;
+            default:
+                out += width == 1 ? "\\x" : "\\u00";
+                out += hex[code >> 4];
+                out += hex[code & 15];
+        }
+    }
+}
+
 void appendOne(std::string& out, const std::string& format, char conv, const Logger::Arg& a, bool asBool) {
     char buf[512];
     int n = 0;
@@ -44,7 +75,7 @@ void appendOne(std::string& out, const std::string& format, char conv, const Log
     }
     switch (conv) {
         case 's':
-            if (a.kind == K::s) { out.append(a.s); return; }
+            if (a.kind == K::s) { appendEscaped(out, a.s); return; }
             if (a.kind == K::i) { out += std::to_string(a.i); return; }
             if (a.kind == K::u) { out += std::to_string(a.u); return; }
             if (a.kind == K::f) { n = std::snprintf(buf, sizeof buf, "%g", a.f); break; }

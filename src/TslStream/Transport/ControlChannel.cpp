@@ -7,7 +7,7 @@
 namespace tsl {
 
 ControlChannel::ControlChannel(std::shared_ptr<WireConnection> connection)
-    : connection(std::move(connection)), sendQueue(std::make_shared<SerialQueue>("tsl.control.send")) {}
+    : connection(std::move(connection)) {}
 
 ControlChannel::~ControlChannel() = default;
 
@@ -98,14 +98,25 @@ void ControlChannel::sendOffCaller(ControlEnvelope envelope, std::function<void(
         if (auto error = caughtError([&] { sent = connection->trySend(frame); })) return onFailure(std::move(error));
         if (sent) return;
     }
+    std::shared_ptr<SerialQueue> serial;
+    if (auto error = caughtError([&] { serial = queue(); })) return onFailure(std::move(error));  // out of threads
     ++queuedSends;
     std::weak_ptr<ControlChannel> weak = weak_from_this();
-    sendQueue->post([weak, frame = std::move(frame), onFailure = std::move(onFailure)] {
+    serial->post([weak, frame = std::move(frame), onFailure = std::move(onFailure)] {
         auto self = weak.lock();
         if (!self) return;
         if (auto error = caughtError([&] { self->connection->send(frame); })) onFailure(std::move(error));
         --self->queuedSends;
     });
+}
+
+// Made at the first send that must wait: most connections never need it, and
+// a queue is a thread and two descriptors, which a flood of connections that
+// never get that far must not cost.
+std::shared_ptr<SerialQueue> ControlChannel::queue() {
+    std::lock_guard guard(lock);
+    if (!sendQueue) sendQueue = std::make_shared<SerialQueue>("tsl.control.send");
+    return sendQueue;
 }
 
 void ControlChannel::reply(const ControlEnvelope& to, const ControlMessage& message) {

@@ -70,6 +70,7 @@ private:
     uint32_t drawID();
     std::optional<Resumption<ControlMessage>> takeWaiter(uint32_t id);
     void sendOffCaller(ControlEnvelope envelope, std::function<void(std::exception_ptr)> onFailure);
+    std::shared_ptr<SerialQueue> queue();
     void dispatch(WireMessage message);
     void failAll(std::exception_ptr error);
 
@@ -77,7 +78,7 @@ private:
     uint32_t nextID = 0;
     std::map<uint32_t, Resumption<ControlMessage>> waiters;
     std::exception_ptr closedError;
-    std::shared_ptr<SerialQueue> sendQueue;
+    std::shared_ptr<SerialQueue> sendQueue;  // made when first needed
     std::atomic<int> queuedSends = 0;
     UnsolicitedHandler _onUnsolicited;
     FrameHandler _onFrame;

@@ -1,4 +1,6 @@
 #pragma once
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 
@@ -11,6 +13,11 @@ namespace tsl {
 // for owners whose every other reference to it is weak.
 class HandshakeGate {
 public:
+    // No frame above this passes before a hello has.
+    static constexpr uint32_t payloadLimit = 0x10000;
+    // Connections a listener holds in handshake at once; more are closed at once.
+    static constexpr size_t maxPending = 8;
+
     explicit HandshakeGate(std::shared_ptr<ControlChannel> channel) : held(std::move(channel)) {}
 
     // True for the one call that closed the gate.

@@ -1,10 +1,13 @@
 #include "TslStream/Transport/WireConnection.h"
 
+#include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <system_error>
 #include <thread>
 
 #include "TslCore/Wire/FrameDecoder.h"
@@ -123,32 +126,73 @@ bool WireConnection::trySend(const WireMessage& message) {
 }
 
 void WireConnection::start(MessageHandler onMessage, CloseHandler onCloseHandler) {
+    std::exception_ptr refused = std::make_exception_ptr(SocketError("start", EBADF));
     {
         std::unique_lock state(stateLock);
         if (!closed && !readerRunning) {
             onClose = std::move(onCloseHandler);
             readerRunning = true;
             state.unlock();
-            std::thread([self = shared_from_this(), handler = std::move(onMessage)]() mutable {
-                std::string name = ("tsl.read." + self->_label).substr(0, 15);
-                pthread_setname_np(pthread_self(), name.c_str());
-                self->readLoop(std::move(handler));
-            }).detach();
-            return;
+            try {
+                std::thread([self = shared_from_this(), handler = std::move(onMessage)]() mutable {
+                    std::string name = ("tsl.read." + self->_label).substr(0, 15);
+                    pthread_setname_np(pthread_self(), name.c_str());
+                    self->readLoop(std::move(handler));
+                }).detach();
+                return;
+            } catch (const std::system_error& e) {
+                // Out of threads: the connection is refused, not the process.
+                refused = std::make_exception_ptr(SocketError("start", e.code().value()));
+                state.lock();
+                readerRunning = false;
+                onCloseHandler = std::move(onClose);
+                onClose = nullptr;
+                state.unlock();
+                close();
+            }
         }
     }
-    if (onCloseHandler) onCloseHandler(std::make_exception_ptr(SocketError("start", EBADF)));
+    if (onCloseHandler) onCloseHandler(refused);
+}
+
+bool WireConnection::awaitBytes(int s, std::optional<std::chrono::steady_clock::time_point> deadline) {
+    if (!deadline) return true;  // a blocking read waits
+    for (;;) {
+        auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0) return false;
+        pollfd p{s, POLLIN, 0};
+        int rc = ::poll(&p, 1, int(std::min<int64_t>(left.count(), INT32_MAX)));
+        if (rc > 0) return true;  // bytes, an end or an error: the read tells
+        if (rc < 0 && errno != EINTR) return true;
+    }
 }
 
 void WireConnection::readLoop(MessageHandler onMessage) {
+    using Clock = std::chrono::steady_clock;
     FrameDecoder decoder;
     std::unique_ptr<uint8_t[]> buffer(new uint8_t[readSize]);
     std::exception_ptr error;
+    std::optional<Clock::time_point> frameBegan;
     for (;;) {
         int s;
+        FrameDeadline limits;
         {
             std::lock_guard state(stateLock);
             s = fd;
+            limits = frameDeadline;
+        }
+        std::optional<Clock::time_point> deadline;
+        if (auto partial = decoder.partialFrame(); partial && frameBegan) {
+            double seconds = limits.base + double(*partial) / limits.bytesPerSecond;
+            deadline = *frameBegan + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+        }
+        if (!awaitBytes(s, deadline)) {
+            std::lock_guard state(stateLock);
+            if (!closed) {
+                log.error("%{public}s: a frame stalled past its deadline", _label);
+                error = std::make_exception_ptr(SocketError("read", ETIMEDOUT));
+            }
+            break;
         }
         ssize_t n = ::read(s, buffer.get(), readSize);
         if (n == 0) break;
@@ -159,6 +203,8 @@ void WireConnection::readLoop(MessageHandler onMessage) {
             if (!closed) error = std::make_exception_ptr(SocketError("read", code));
             break;
         }
+        Clock::time_point arrived = Clock::now();
+        bool completedOne = false;
         {
             std::lock_guard state(stateLock);
             _bytesReceived += uint64_t(n);
@@ -166,6 +212,7 @@ void WireConnection::readLoop(MessageHandler onMessage) {
         }
         try {
             decoder.feed(std::span<const uint8_t>(buffer.get(), size_t(n)), [&](WireMessage m) {
+                completedOne = true;
                 if (onMessage) onMessage(std::move(m));
                 // A hello handled just now may have lifted the limit for the
                 // frames that came right behind it in the same read.
@@ -177,6 +224,9 @@ void WireConnection::readLoop(MessageHandler onMessage) {
             error = std::current_exception();
             break;
         }
+        // A frame's time counts from the read that brought its first bytes.
+        if (!decoder.partialFrame()) frameBegan.reset();
+        else if (!frameBegan || completedOne) frameBegan = arrived;
     }
 
     // Wake a sender blocked in write (it holds writeLock) before taking writeLock.
@@ -202,6 +252,11 @@ void WireConnection::readLoop(MessageHandler onMessage) {
 void WireConnection::setPayloadLimit(std::optional<uint32_t> limit) {
     std::lock_guard state(stateLock);
     payloadLimit = limit;
+}
+
+void WireConnection::setFrameDeadline(FrameDeadline deadline) {
+    std::lock_guard state(stateLock);
+    frameDeadline = deadline;
 }
 
 void WireConnection::close() {

@@ -1,4 +1,5 @@
 #pragma once
+#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <functional>
@@ -55,6 +56,15 @@ public:
     // Applied by the reader from the next frame header on; set by a message
     // handler, it already meets the frame behind that message.
     void setPayloadLimit(std::optional<uint32_t> limit);
+    // A frame that has begun must be whole within `base` plus one second per
+    // `bytesPerSecond` of its payload, or the connection closes with
+    // SocketError("read", ETIMEDOUT). An idle connection waits for ever.
+    struct FrameDeadline {
+        double base = 30.0;
+        double bytesPerSecond = 65536;
+    };
+    // Applied by the reader from its next wait on; tests shorten it.
+    void setFrameDeadline(FrameDeadline deadline);
     // Safe from any thread; onClose follows only if a reader was started.
     void close();
 
@@ -65,6 +75,8 @@ public:
 
 private:
     void readLoop(MessageHandler onMessage);
+    // Waits for bytes, at most until a begun frame's deadline; false when it passed.
+    bool awaitBytes(int s, std::optional<std::chrono::steady_clock::time_point> deadline);
     int openDescriptor() const;
     void writeAll(const Bytes& frame, size_t from = 0);
     void writeParts(iovec* parts, size_t count);
@@ -77,6 +89,7 @@ private:
     bool closed = false;
     bool readerRunning = false;
     std::optional<uint32_t> payloadLimit;
+    FrameDeadline frameDeadline;
     CloseHandler onClose;
     const std::string _label;
     uint64_t _bytesSent = 0;

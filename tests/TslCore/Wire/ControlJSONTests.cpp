@@ -203,8 +203,10 @@ TEST(ControlJSON, DecoderAcceptsWhatThePeerMaySend) {
         {R"({"id":7.0,"message":{"stopStream":{"streamID":1e2}}})", {7, {}, CM::StopStream{100}}},
         {R"({"id":2,"message":{"startStream":{"_0":{"codec":1,"fps":24,"scale":2,"streamID":1,"windowID":2,"x":0}}}})",
          {2, {}, CM::StartStream{{1, 2, 24, 2.0, VideoCodec::rawBGRA}}}},
-        // Deep nesting in a key nobody reads costs nothing but parsing.
-        {R"({"id":1,"x":)" + std::string(100000, '[') + std::string(100000, ']') + R"(,"message":{"ok":{}}})",
+        // What stands under a key nobody reads is skipped, known keys inside it too.
+        {R"({"id":1,"x":)" + std::string(500, '[') + std::string(500, ']') + R"(,"message":{"ok":{}}})",
+         {1, {}, CM::Ok{}}},
+        {R"({"x":{"id":"one","message":[{"message":{}}]},"id":1,"y":{"ok":{}},"message":{"ok":{}}})",
          {1, {}, CM::Ok{}}},
     };
     for (const Case& c : cases) {
@@ -295,6 +297,25 @@ TEST(ControlJSON, MenusNestDeepButNotWithoutBound) {
 
     ControlEnvelope tooDeep{1, {}, CM::Menu{1, {nestedMenu(300)}}};
     EXPECT_EQ(decodeErrorOf(encodeText(tooDeep)), "nesting deeper than 512 levels");
+}
+
+TEST(ControlJSON, NestingIsRefusedWhileParsingWhereverItStands) {
+    const std::string deep = std::string(100000, '[') + std::string(100000, ']');
+    for (const std::string& json : {
+             // under a key nobody reads, which is parsed all the same
+             R"({"id":1,"x":)" + deep + R"(,"message":{"ok":{}}})",
+             R"({"id":1,"message":{"ok":{"y":)" + deep + "}}}",
+             // a frame's worth of openers, never closed: refused at the limit,
+             // not at the end of the text
+             std::string(4 << 20, '['),
+         }) {
+        SCOPED_TRACE(json.substr(0, 40));
+        EXPECT_EQ(decodeErrorOf(json), "nesting deeper than 512 levels");
+    }
+    // Objects nest as arrays do: `{"a":` per level.
+    std::string objects;
+    for (int i = 0; i < 600; ++i) objects += R"({"a":)";
+    EXPECT_EQ(decodeErrorOf(objects + "1" + std::string(600, '}')), "nesting deeper than 512 levels");
 }
 
 TEST(ControlJSON, EncoderRefusesNonFiniteNumbersAndRepairsText) {

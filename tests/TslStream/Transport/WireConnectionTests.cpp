@@ -314,3 +314,52 @@ TEST(WireConnection, TrySendWritesNothingAndSpendsNoNumberWhenTheSocketIsFull) {
     drain.join();
     ::close(fdB);
 }
+
+TEST(WireConnection, AFrameThatStallsOrTricklesIsClosedAtItsDeadline) {
+    const WireConnection::FrameDeadline quick{0.3, 1000};
+    Bytes ping = WireMessage::ping(5).encoded(1);
+    auto receiving = [&] {
+        auto [fdA, fdB] = socketPair();
+        auto c = std::make_shared<WireConnection>(fdB, "slow");
+        c->setFrameDeadline(quick);
+        return std::pair{fdA, c};
+    };
+    {
+        // Half a header, then nothing.
+        auto [peer, c] = receiving();
+        Recorder r;
+        r.start(c);
+        ASSERT_EQ(::write(peer, ping.data(), 8), 8);
+        ASSERT_TRUE(r.closed.waitFor(1));
+        EXPECT_EQ(errorAs<SocketError>(r.error).code(), ETIMEDOUT);
+        ::close(peer);
+    }
+    {
+        // One byte at a time: each arrives well within the deadline, the frame never does.
+        auto [peer, c] = receiving();
+        Recorder r;
+        r.start(c);
+        for (size_t i = 0; i < ping.size() && r.closed.value() == 0; ++i) {
+            ASSERT_EQ(::write(peer, ping.data() + i, 1), 1);
+            r.closed.waitFor(1, std::chrono::milliseconds(100));
+        }
+        ASSERT_TRUE(r.closed.waitFor(1));
+        EXPECT_EQ(errorAs<SocketError>(r.error).code(), ETIMEDOUT);
+        std::lock_guard g(r.m);
+        EXPECT_TRUE(r.messages.empty());
+        ::close(peer);
+    }
+}
+
+TEST(WireConnection, AnIdleConnectionHasNoDeadline) {
+    auto [a, b] = pair();
+    b->setFrameDeadline({0.1, 1000});
+    Recorder rb;
+    rb.start(b);
+    a->send(WireMessage::ping(1));
+    ASSERT_TRUE(rb.received.waitFor(1));
+    // Idle for longer than a frame may take, between whole frames.
+    EXPECT_FALSE(rb.closed.waitFor(1, std::chrono::milliseconds(400)));
+    a->send(WireMessage::ping(2));
+    EXPECT_TRUE(rb.received.waitFor(2));
+}
