@@ -8,7 +8,6 @@
 
 #include "TslAgent/BlockingRequest.h"
 #include "TslStream/Transport/HandshakeGate.h"
-#include "TslStream/Runtime/GlobalQueue.h"
 #include "TslStream/Runtime/MainActor.h"
 
 namespace tsl {
@@ -185,7 +184,14 @@ void AgentRunner::listenLoop(const SocketEndpoint& endpoint) {
         if (!std::exchange(shortReported, true)) log.error("cannot take connections for now (%{public}s); waiting", what);
         return pause(shortagePause);
     };
+    // Connections awaiting their hello belong to this thread, which also ends
+    // their wait at the limit: no timer per connection outlives it.
+    std::vector<AwaitingHello> awaiting;
     for (int count = 0;;) {
+        std::optional<std::chrono::milliseconds> wait;
+        if (auto earliest = expireHellos(awaiting))
+            wait = std::chrono::ceil<std::chrono::milliseconds>(*earliest - std::chrono::steady_clock::now());
+        if (!made->awaitPeer(wait)) continue;
         int fd;
         try {
             fd = made->accept();
@@ -198,12 +204,13 @@ void AgentRunner::listenLoop(const SocketEndpoint& endpoint) {
             ::close(fd);
             continue;
         }
-        if (!admitUngreeted()) {
+        expireHellos(awaiting);
+        if (awaiting.size() >= HandshakeGate::maxPending) {
             ::close(fd);  // as the host's acceptor does past its limit
             continue;
         }
-        if (auto error = caughtError([&] { acceptConnection(fd, ++count); })) {
-            releaseUngreeted();
+        std::optional<AwaitingHello> accepted;
+        if (auto error = caughtError([&] { accepted = acceptConnection(fd, ++count); })) {
             std::string what = "connection set-up failed";
             try {
                 std::rethrow_exception(error);
@@ -213,24 +220,32 @@ void AgentRunner::listenLoop(const SocketEndpoint& endpoint) {
             if (!pushBack(what)) break;
             continue;
         }
+        awaiting.push_back(std::move(*accepted));
         shortReported = false;
     }
+    for (auto& a : awaiting)
+        if (auto channel = a.channel.lock()) channel->close();
     std::lock_guard guard(lock);
     listener.reset();
 }
 
-bool AgentRunner::admitUngreeted() {
-    size_t now = ungreeted->load();
-    do {
-        if (now >= HandshakeGate::maxPending) return false;
-    } while (!ungreeted->compare_exchange_weak(now, now + 1));
-    return true;
+std::optional<std::chrono::steady_clock::time_point> AgentRunner::expireHellos(std::vector<AwaitingHello>& awaiting) {
+    auto now = std::chrono::steady_clock::now();
+    std::optional<std::chrono::steady_clock::time_point> earliest;
+    std::erase_if(awaiting, [&](AwaitingHello& a) {
+        if (a.deadline <= now) {
+            auto channel = a.channel.lock();  // before the gate lets go of it
+            if (a.gate->pass() && channel) channel->close();
+        }
+        if (!a.gate->isOpen()) return true;
+        earliest = earliest ? std::min(*earliest, a.deadline) : a.deadline;
+        return false;
+    });
+    return earliest;
 }
 
-void AgentRunner::releaseUngreeted() { --*ungreeted; }
-
 // Takes over `fd` whatever happens: on a throw it has been closed.
-void AgentRunner::acceptConnection(int fd, int count) {
+AgentRunner::AwaitingHello AgentRunner::acceptConnection(int fd, int count) {
     std::shared_ptr<WireConnection> connection;
     try {
         connection = std::make_shared<WireConnection>(fd, "host-" + std::to_string(count));
@@ -240,18 +255,13 @@ void AgentRunner::acceptConnection(int fd, int count) {
     }
     connection->setPayloadLimit(HandshakeGate::payloadLimit);
     auto channel = std::make_shared<ControlChannel>(connection);
+    // Whichever of the hello, the peer's close and the limit comes first ends
+    // the wait; a closed gate lets go of the channel.
     auto gate = std::make_shared<HandshakeGate>(channel);
-    // Whichever of the hello, the close and the time-out comes first ends the
-    // handshake, and only that one gives its place back.
-    auto passed = [count = ungreeted, gate] {
-        if (!gate->pass()) return false;
-        --*count;  // the runner may be gone: the count is shared
-        return true;
-    };
     std::weak_ptr<ControlChannel> weak = channel;
-    channel->setOnUnsolicited([weak, passed, service = service](ControlEnvelope envelope) {
+    channel->setOnUnsolicited([weak, gate, service = service](ControlEnvelope envelope) {
         auto channel = weak.lock();
-        if (!channel || !passed()) return;
+        if (!channel || !gate->pass()) return;
         if (!isAcceptableHostHello(envelope.message)) {
             channel->close();
             return;
@@ -265,13 +275,10 @@ void AgentRunner::acceptConnection(int fd, int count) {
             // A failed reply means the channel is closing; no main actor means the process is.
         }
     });
-    // A peer gone before its hello frees its place at once, not at the time-out.
-    channel->setOnClose([passed](std::exception_ptr) { passed(); });
-    GlobalQueue::after(fromSeconds(listenHelloLimit), [weak, passed] {
-        auto channel = weak.lock();  // before the gate lets go of it
-        if (passed() && channel) channel->close();
-    });
+    channel->setOnClose([gate](std::exception_ptr) { gate->pass(); });
+    AwaitingHello awaiting{gate, weak, std::chrono::steady_clock::now() + fromSeconds(listenHelloLimit)};
     channel->start();
+    return awaiting;
 }
 
 }  // namespace tsl

@@ -1,5 +1,5 @@
 #pragma once
-#include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -12,6 +12,7 @@
 #include "TslAgent/DialRound.h"
 #include "TslAgent/ProcessExit.h"
 #include "TslStream/Support/Logger.h"
+#include "TslStream/Transport/HandshakeGate.h"
 #include "TslStream/Transport/Socket.h"
 
 namespace tsl {
@@ -45,10 +46,15 @@ private:
     std::shared_ptr<DialRound> dialOnce(const std::vector<SocketEndpoint>& endpoints);
     bool dialChannel(const std::shared_ptr<DialRound>& round, const SocketEndpoint& endpoint, Channel channel);
     void listenLoop(const SocketEndpoint& endpoint);
-    void acceptConnection(int fd, int count);
-    // A place among the connections awaiting their hello; false when all are taken.
-    bool admitUngreeted();
-    void releaseUngreeted();
+    struct AwaitingHello {
+        std::shared_ptr<HandshakeGate> gate;
+        std::weak_ptr<ControlChannel> channel;
+        std::chrono::steady_clock::time_point deadline;
+    };
+    AwaitingHello acceptConnection(int fd, int count);
+    // Closes the connections whose time is up and forgets those no longer
+    // waiting; the earliest deadline left, if any.
+    static std::optional<std::chrono::steady_clock::time_point> expireHellos(std::vector<AwaitingHello>& awaiting);
     // Sleeps unless stopped meanwhile; false once stopped.
     bool pause(double seconds);
     bool isStopping();
@@ -57,9 +63,6 @@ private:
     const std::shared_ptr<AgentService> service;
     const ProcessExit exit;
     Logger log{"com.tessel.agent", "runner"};
-
-    // Connections awaiting their hello; their callbacks may outlive the runner.
-    const std::shared_ptr<std::atomic<size_t>> ungreeted = std::make_shared<std::atomic<size_t>>(0);
 
     std::mutex lock;  // guards the fields below
     std::condition_variable wake;

@@ -285,6 +285,7 @@ TEST(TesselAgentFaults, AMalformedFrameClosesOnlyItsOwnConnection) {
 TEST(TesselAgentFaults, RunningOutOfDescriptorsOnlyMakesNewConnectionsWait) {
     ListeningAgent agent;
     auto polite = agent.helloedHost();
+    size_t threads = figuresOf(agent.process.pid()).threads;
     // A low hard limit, set from outside after the agent has raised its own.
     const rlimit low{128, 128};
     ASSERT_EQ(::prlimit(agent.process.pid(), RLIMIT_NOFILE, &low, nullptr), 0);
@@ -302,6 +303,8 @@ TEST(TesselAgentFaults, RunningOutOfDescriptorsOnlyMakesNewConnectionsWait) {
         RawHost closing(agent.socket);
         if (i % 2) closing.send(ControlMessage::Hello{hostHello()});
     }
+    // Every connection's reader has seen its close: none holds a place.
+    ASSERT_TRUE(agent.settlesTo(threads));
     EXPECT_TRUE(agent.isServing(*polite));
     EXPECT_TRUE(agent.helloedHost());
     EXPECT_TRUE(std::filesystem::exists(agent.socket)) << "the listener is never given up";

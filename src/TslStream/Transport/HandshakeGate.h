@@ -30,6 +30,11 @@ public:
         return wasOpen;
     }
 
+    bool isOpen() {
+        std::lock_guard guard(lock);
+        return !done;
+    }
+
 private:
     std::mutex lock;
     bool done = false;

@@ -5,12 +5,15 @@
 #include <linux/vm_sockets.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <climits>
 #include <cstring>
 
 namespace tsl {
@@ -159,6 +162,20 @@ int SocketListener::accept() {
     if (c < 0) throw SocketError("accept", errno);
     tune(c, _endpoint.get<SocketEndpoint::Tcp>() != nullptr);
     return c;
+}
+
+bool SocketListener::awaitPeer(std::optional<std::chrono::milliseconds> limit) {
+    int s;
+    {
+        std::lock_guard guard(lock);
+        s = fd;
+    }
+    if (s < 0) return true;
+    pollfd p{s, POLLIN, 0};
+    int rc;
+    do rc = ::poll(&p, 1, limit ? int(std::clamp<int64_t>(limit->count(), 0, INT32_MAX)) : -1);
+    while (rc < 0 && errno == EINTR);
+    return rc != 0;
 }
 
 void SocketListener::close() {

@@ -1,4 +1,5 @@
 #pragma once
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -36,6 +37,9 @@ public:
     SocketListener& operator=(const SocketListener&) = delete;
 
     int accept();
+    // Waits until accept would not block, or the listener closes (true), or
+    // `limit` passes (false); no limit waits for ever.
+    bool awaitPeer(std::optional<std::chrono::milliseconds> limit);
     void close();
 
     const SocketEndpoint& endpoint() const { return _endpoint; }
