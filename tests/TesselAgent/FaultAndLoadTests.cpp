@@ -373,3 +373,14 @@ TEST(TesselAgentFaults, TextFromTheHostCannotForgeALogLine) {
     EXPECT_EQ(log.find('\x1b'), std::string::npos) << log;
     EXPECT_NE(log.find("com.example.x\\nFORGED error: \\x1b[31mred"), std::string::npos) << log;
 }
+
+TEST(TesselAgentFaults, BeforeItsHelloAConnectionCannotSendALargeFrame) {
+    ListeningAgent agent;
+    RawHost ungreeted(agent.socket);
+    // A video header that claims most of its type's limit, then the bytes:
+    // refused at the header, so the agent stops reading long before they end.
+    Bytes header = headerBytes(2, 96u << 20);
+    ASSERT_TRUE(ungreeted.send(header));
+    EXPECT_FALSE(ungreeted.send(Bytes(32u << 20, 0)));
+    EXPECT_TRUE(ungreeted.closedByAgent());
+}
