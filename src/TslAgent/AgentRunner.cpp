@@ -161,8 +161,11 @@ bool AgentRunner::dialChannel(const std::shared_ptr<DialRound>& round, const Soc
 
 void AgentRunner::listenLoop(const SocketEndpoint& endpoint) {
     std::shared_ptr<SocketListener> made;
+    // The parser lets TCP through only on loopback, for a real desktop.
+    const auto* tcp = endpoint.get<SocketEndpoint::Tcp>();
+    const bool loopback = tcp && tcp->host == "127.0.0.1";
     try {
-        if (!endpoint.isUnix()) throw std::runtime_error("not a unix endpoint");
+        if (!endpoint.isUnix() && !loopback) throw std::runtime_error("not a unix endpoint");
         made = std::make_shared<SocketListener>(endpoint, 8);
     } catch (const std::exception&) {
         log.error("cannot listen on %{public}s (unix sockets only)", endpoint.description());
@@ -174,7 +177,10 @@ void AgentRunner::listenLoop(const SocketEndpoint& endpoint) {
         if (stopping) return;
         listener = made;
     }
-    std::printf("TesselAgent listening on %s\n", endpoint.description().c_str());
+    // Port 0 lets the system choose; the line names the port it chose.
+    const SocketEndpoint shown =
+        loopback ? SocketEndpoint::tcp(tcp->host, made->boundTCPPort().value_or(tcp->port)) : endpoint;
+    std::printf("TesselAgent listening on %s\n", shown.description().c_str());
     std::fflush(stdout);
     for (int count = 0;;) {
         int fd;
@@ -185,7 +191,7 @@ void AgentRunner::listenLoop(const SocketEndpoint& endpoint) {
             listener.reset();
             return;
         }
-        if (!peerIsThisUser(fd)) {
+        if (endpoint.isUnix() && !peerIsThisUser(fd)) {
             log.error("rejected a connection from another user");
             ::close(fd);
             continue;
