@@ -176,10 +176,6 @@ std::optional<ClientWindow> collect(Connection& x, xcb_window_t w, const TopLeve
     return out;
 }
 
-}  // namespace
-
-namespace {
-
 // Which child of the root holds each client; the index into the stacking order.
 using Placement = std::vector<std::pair<xcb_window_t, size_t>>;
 
