@@ -1,10 +1,10 @@
-#include "Platform/Sim/SampleApps.h"
+#include "TslStream/Agent/SampleApps.h"
 
 #include <fstream>
 
 #include "TslCore/Measure/TestPattern.h"
 
-namespace tsl::Sim {
+namespace tsl {
 namespace {
 
 std::string infoPlist(const SampleApp& app) {
@@ -42,4 +42,4 @@ bool placeSampleApps(const std::filesystem::path& appsDir) {
     return ok;
 }
 
-}  // namespace tsl::Sim
+}  // namespace tsl
