@@ -72,7 +72,7 @@ std::string floorLine(const SimSummary& s) {
     return ratioLine(goal, *s.floorRatio, SimSummary::floorTarget, false);
 }
 
-std::string summaryJSON(const SimSummary& s, const SimOptions& o, const std::vector<std::string>& files) {
+nlohmann::json summaryJSON(const SimSummary& s, const SimOptions& o, const std::vector<std::string>& files) {
     nlohmann::json j{
         {"codec", o.codec == VideoCodec::h264 ? "h264" : "raw"},
         {"fps", o.fps},
@@ -89,7 +89,7 @@ std::string summaryJSON(const SimSummary& s, const SimOptions& o, const std::vec
         {"framesPerSecond", s.fps},
         {"files", files},
     };
-    return j.dump(2);
+    return j;
 }
 
 std::string svgChart(const SimFigures& f, const SimSummary& s) {

@@ -1,4 +1,6 @@
 #pragma once
+#include <nlohmann/json.hpp>
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -31,7 +33,7 @@ struct SimSummary {
 std::string summaryText(const SimSummary& summary, const SimOptions& options);
 // The goal in the benchmarks' form.
 std::string floorLine(const SimSummary& summary);
-std::string summaryJSON(const SimSummary& summary, const SimOptions& options, const std::vector<std::string>& files);
+nlohmann::json summaryJSON(const SimSummary& summary, const SimOptions& options, const std::vector<std::string>& files);
 // Latency distribution and frames per second, side by side.
 std::string svgChart(const SimFigures& figures, const SimSummary& summary);
 

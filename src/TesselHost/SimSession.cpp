@@ -11,6 +11,7 @@
 #include "TslCore/Measure/TestPattern.h"
 #include "TslCore/Support/Error.h"
 #include "TslCore/Support/FileTree.h"
+#include "TslCore/Support/HomeDirectory.h"
 #include "TslCore/Support/MonoClock.h"
 #include "TslStream/Runtime/GlobalQueue.h"
 #include "TslStream/Runtime/Task.h"
@@ -36,8 +37,7 @@ bool waitFor(const std::function<bool()>& done, double seconds) {
 
 // A private folder for the guest, outside world-writable places (the agent refuses those).
 fs::path makeRoot() {
-    const char* home = std::getenv("HOME");
-    fs::path base = fs::path(home && *home ? home : "/root") / ".cache" / "tessel";
+    const fs::path base = fs::path(homeDirectory()) / ".cache" / "tessel";
     if (int error = FileTree::makeFolders(base.string(), 0700); error != 0)
         throw Error("cannot create " + base.string() + ": " + std::strerror(error));
     std::string tmpl = (base / "sim-XXXXXX").string();
