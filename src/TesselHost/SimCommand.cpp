@@ -14,6 +14,7 @@
 
 #include "TesselHost/Commands.h"
 #include "TesselHost/HostText.h"
+#include "TesselHost/SimChart.h"
 #include "TesselHost/SimReport.h"
 #include "TesselHost/SimSession.h"
 #include "TslCore/Support/Error.h"

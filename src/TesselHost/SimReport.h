@@ -34,7 +34,5 @@ std::string summaryText(const SimSummary& summary, const SimOptions& options);
 // The goal in the benchmarks' form.
 std::string floorLine(const SimSummary& summary);
 nlohmann::json summaryJSON(const SimSummary& summary, const SimOptions& options, const std::vector<std::string>& files);
-// Latency distribution and frames per second, side by side.
-std::string svgChart(const SimFigures& figures, const SimSummary& summary);
 
 }  // namespace tsl::host

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <thread>
@@ -220,8 +221,9 @@ SimFigures SimSession::figures() const {
     f.latencyMs = latencyMs;
     f.captureToArrivalMs = captureToArrivalMs;
     f.decodeMs = decodeMs;
-    f.framesPerSecond = perSecond;
     f.seconds = started ? double(MonoClock::nowNs() - started) / 1e9 : 0;
+    // The second under way is partial: its count would read as a drop.
+    f.framesPerSecond.assign(perSecond.begin(), perSecond.begin() + std::min(perSecond.size(), size_t(f.seconds)));
     return f;
 }
 

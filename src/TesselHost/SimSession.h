@@ -44,7 +44,7 @@ struct SimFigures {
     // transfer. Nothing finer travels with a frame.
     std::vector<double> captureToArrivalMs;
     std::vector<double> decodeMs;  // on the host, to a picture
-    std::vector<uint64_t> framesPerSecond;
+    std::vector<uint64_t> framesPerSecond;  // whole seconds only
     double seconds = 0;
 };
 

@@ -61,6 +61,9 @@ TEST(SimCommand, HeadlessRunMeasuresIntoTheUsersCacheAndLeavesNothingElse) {
         EXPECT_TRUE(fs::exists(out / name)) << name;
     EXPECT_EQ(readFile(out / "sim-latency.csv").substr(0, 23), "round_trip,milliseconds");
     EXPECT_NE(readFile(out / "sim-summary.txt").find("input-to-pixel p50 / floor"), std::string::npos);
+    const std::string chart = readFile(out / "sim-chart.svg");
+    for (const char* unit : {">milliseconds<", ">round trips<", ">seconds<", ">frames<"})
+        EXPECT_NE(chart.find(unit), std::string::npos) << unit;
     EXPECT_TRUE(noSimulationLeft(home.path()));
 
     auto usage = runTessel({"sim", "--fps", "500"});
