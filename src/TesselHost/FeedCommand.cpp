@@ -68,7 +68,8 @@ const CLI::Validator keyID(
 template <size_t N>
 std::array<uint8_t, N> keyBytes(const std::string& base64, const std::string& where) {
     const auto bytes = Base64::decode(trimmed(base64));
-    if (!bytes || bytes->size() != N) throw CommandFailure(where + " is not a " + std::to_string(N) + "-byte key in Base64");
+    if (!bytes || bytes->size() != N)
+        throw CommandFailure(where + " is not a " + std::to_string(N) + "-byte key in Base64");
     std::array<uint8_t, N> out{};
     std::copy(bytes->begin(), bytes->end(), out.begin());
     return out;
@@ -78,7 +79,8 @@ nlohmann::json readKeyTable(const std::string& path, bool mayBeMissing) {
     if (mayBeMissing && ::access(path.c_str(), F_OK) != 0 && errno == ENOENT) return nlohmann::json::object();
     const std::string text = readOrRefuse(path, keyFileLimit, "the trusted keys");
     const auto j = nlohmann::json::parse(text, nullptr, false);
-    if (j.is_discarded() || !j.is_object()) throw CommandFailure(path + " is not a JSON object of key ids to public keys");
+    if (j.is_discarded() || !j.is_object())
+        throw CommandFailure(path + " is not a JSON object of key ids to public keys");
     return j;
 }
 
@@ -112,7 +114,8 @@ ExitStatus keygen(const FeedArguments& args) {
     table[args.kid] = Base64::encode(publicKey.data(), publicKey.size());
     writeFileAtomically(tablePath, table.dump(2) + "\n", 0644);
     if (args.json) {
-        printJSON({{"kid", args.kid}, {"keyFile", keyPath}, {"trustedKeys", tablePath}, {"publicKey", table[args.kid]}});
+        printJSON(
+            {{"kid", args.kid}, {"keyFile", keyPath}, {"trustedKeys", tablePath}, {"publicKey", table[args.kid]}});
     } else {
         std::printf("%s: private key in %s, public key added to %s\n", args.kid.c_str(), keyPath.c_str(), tablePath.c_str());
     }
@@ -129,8 +132,8 @@ ExitStatus sign(const FeedArguments& args) {
 }
 
 // Runs the gates and reports as the commands do: the entry count, or the gate that refused.
-ExitStatus validateAndReport(const std::string& body, const std::string& url, const std::optional<std::string>& signature,
-                      const std::string& keysPath, bool json) {
+ExitStatus validateAndReport(const std::string& body, const std::string& url,
+                             const std::optional<std::string>& signature, const std::string& keysPath, bool json) {
     const auto keys = trustedKeys(keysPath);
     const auto verify = [&keys](std::span<const uint8_t> data, const std::optional<std::string>& header) {
         return SignedFeed::verifyFeed(data, header, keys);
@@ -179,7 +182,8 @@ ExitStatus fetch(const FeedArguments& args, const CLI::App* command) {
     try {
         feed = download(args.url, options);
         if (!signature && !args.signatureURL.empty()) {
-            if (CompatUpdater::scheme(args.signatureURL) != "https") throw CommandFailure("the signature's address isn't HTTPS");
+            if (CompatUpdater::scheme(args.signatureURL) != "https")
+                throw CommandFailure("the signature's address isn't HTTPS");
             DownloadOptions small = options;
             small.limit = 4096;
             const auto text = download(args.signatureURL, small);

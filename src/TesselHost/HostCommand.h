@@ -1,7 +1,6 @@
 #pragma once
-#include <nlohmann/json.hpp>
-
 #include <functional>
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "TslCore/Support/Error.h"

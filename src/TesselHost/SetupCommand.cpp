@@ -155,14 +155,17 @@ void addSetupCommand(CLI::App& app, ExitStatus& status) {
     CLI::App* setup = app.add_subcommand(
         "setup", "Say which step of the guest setup the user stands at, and what is still to do in the virtual Mac");
     addStateFileOptions(*setup, args->choice);
-    auto* statusFile = setup->add_option("--status", args->statusFile, "A file holding an agent's status (its JSON form)");
+    auto* statusFile =
+        setup->add_option("--status", args->statusFile, "A file holding an agent's status (its JSON form)");
     const CLI::Validator endpoint(
         [](const std::string& text) {
-            return SocketEndpoint::parse(text) ? std::string()
-                                               : "not an endpoint: " + text + " (unix:<path>, tcp:<host>:<port>, vsock:<cid>:<port>)";
+            return SocketEndpoint::parse(text)
+                       ? std::string()
+                       : "not an endpoint: " + text + " (unix:<path>, tcp:<host>:<port>, vsock:<cid>:<port>)";
         },
         "ENDPOINT");
-    setup->add_option("--agent", args->agent, "Ask a running agent for its status (unix:<path>, tcp:<host>:<port>, ...)")
+    setup
+        ->add_option("--agent", args->agent, "Ask a running agent for its status (unix:<path>, tcp:<host>:<port>, ...)")
         ->check(endpoint)
         ->excludes(statusFile);
     setup->add_flag("--vm-installed", args->vmInstalled,

@@ -64,8 +64,8 @@ std::string latencyPanel(const SimFigures& f, const SimSummary& s, Panel p) {
     std::vector<size_t> counts(bins, 0);
     for (double v : f.latencyMs) counts[std::min(bins - 1, size_t(std::max(0.0, v) / binWidth))] += 1;
     p.yScale = ChartScale::covering(double(*std::max_element(counts.begin(), counts.end())));
-    std::string svg = p.axes("Input to pixel, " + std::to_string(f.latencyMs.size()) + " round trips", "milliseconds",
-                             "round trips");
+    std::string svg =
+        p.axes("Input to pixel, " + std::to_string(f.latencyMs.size()) + " round trips", "milliseconds", "round trips");
     for (size_t i = 0; i < bins; ++i) {
         if (counts[i] == 0) continue;
         const double x0 = p.x(binWidth * double(i)), x1 = p.x(binWidth * double(i + 1));

@@ -3,8 +3,8 @@
 
 #include <atomic>
 #include <csignal>
-#include <cstring>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <map>
 #include <memory>

@@ -1,6 +1,5 @@
 #pragma once
 #include <nlohmann/json.hpp>
-
 #include <optional>
 #include <string>
 #include <vector>

@@ -27,7 +27,7 @@ struct SimOptions {
     double scale = 1.0;
     int measure = 100;
     double duration = 5.0;  // seconds of streaming in all, at least what measuring takes
-    std::string out;  // the results' folder; the user's cache when empty
+    std::string out;        // the results' folder; the user's cache when empty
     std::string agent;  // the agent executable; beside this program when empty
     bool json = false;
 };

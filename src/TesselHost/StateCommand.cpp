@@ -122,7 +122,8 @@ void addStateCommand(CLI::App& app, ExitStatus& status) {
     show->footer("A damaged or unreadable file is reported, left as it is, and the status is 1.");
     setAction(show, status, [args] { return runShow(*args); });
 
-    CLI::App* check = state->add_subcommand("check", "Say whether the state file loads; status 1 when it is damaged or unreadable");
+    CLI::App* check =
+        state->add_subcommand("check", "Say whether the state file loads; status 1 when it is damaged or unreadable");
     addStateFileOptions(*check, args->choice);
     check->add_flag("--json", args->json, "Print the outcome as JSON");
     setAction(check, status, [args] { return runCheck(*args); });

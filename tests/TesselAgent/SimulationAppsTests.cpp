@@ -23,7 +23,8 @@ struct SimulatedAgent {
           agent(agentExecutable(), {"--listen", "unix:" + socket, "--sim-root", root.string()}) {
         if (!agent.waitForOutput("TesselAgent listening on unix:" + socket + "\n"))
             throw std::runtime_error("no agent: " + agent.standardError());
-        channel = std::make_shared<ControlChannel>(std::make_shared<WireConnection>(SocketEndpoint::unix(socket), "test"));
+        channel =
+            std::make_shared<ControlChannel>(std::make_shared<WireConnection>(SocketEndpoint::unix(socket), "test"));
         channel->start();
         request(ControlMessage::Hello{hostHello()});
     }

@@ -30,7 +30,8 @@ Words subcommandsIn(const std::string& help) {
     bool inList = false;
     for (std::string line; std::getline(lines, line);) {
         if (line == "Subcommands:") inList = true;
-        else if (inList && line.starts_with("  ") && line[2] != ' ') names.push_back(line.substr(2, line.find(' ', 2) - 2));
+        else if (inList && line.starts_with("  ") && line[2] != ' ')
+            names.push_back(line.substr(2, line.find(' ', 2) - 2));
         else if (inList && !line.starts_with("   ")) inList = false;
     }
     return names;

@@ -75,7 +75,8 @@ TEST(TesselFeed, KeygenSignAndVerifyAgree) {
     EXPECT_EQ(ok.out, "2 entries, updated 2026-11-01\n");
 
     EXPECT_EQ(verify("http://feed.example/compat/v1.json", signature).err, "tessel feed verify: refused: notHTTPS\n");
-    EXPECT_EQ(verify("https://feed.example/compat/v1.json", signature + "=").err, "tessel feed verify: refused: badSignature\n");
+    EXPECT_EQ(verify("https://feed.example/compat/v1.json", signature + "=").err,
+              "tessel feed verify: refused: badSignature\n");
     auto missing = runTessel({"feed", "verify", k.body, "--url", "https://x/", "--keys", k.keys});
     EXPECT_EQ(missing.status, 1);
     EXPECT_EQ(missing.err, "tessel feed verify: refused: badSignature\n");

@@ -38,9 +38,9 @@ bool noSimulationLeft(const fs::path& home) {
 TEST(SimCommand, HeadlessRunMeasuresIntoTheUsersCacheAndLeavesNothingElse) {
     TempDir home(TempDir::simulationBase());
     auto out = home / ".cache" / "tessel" / "sim-results";
-    ChildProcess sim("/usr/bin/env", {"HOME=" + home.path().string(), tesselExecutable(), "sim", "--headless",
-                                      "--measure", "6", "--duration", "1", "--fps", "30", "--json", "--agent",
-                                      agentExecutable()});
+    ChildProcess sim("/usr/bin/env",
+                     {"HOME=" + home.path().string(), tesselExecutable(), "sim", "--headless", "--measure", "6",
+                      "--duration", "1", "--fps", "30", "--json", "--agent", agentExecutable()});
     ASSERT_EQ(sim.wait(std::chrono::seconds(60)), 0) << sim.standardError();
     auto summary = nlohmann::json::parse(sim.standardOutput());
     EXPECT_EQ(summary["roundTrips"], 6);
@@ -73,9 +73,9 @@ TEST(SimCommand, HeadlessRunMeasuresIntoTheUsersCacheAndLeavesNothingElse) {
 TEST(SimCommand, ResultsInAFolderWhoseNameIsNotUtf8AreStillReportedAsJSON) {
     TempDir home(TempDir::simulationBase());
     const std::string out = (home / "results-\xff\xfe").string();
-    ChildProcess sim("/usr/bin/env", {"HOME=" + home.path().string(), tesselExecutable(), "sim", "--headless",
-                                      "--measure", "1", "--duration", "0.5", "--out", out, "--json", "--agent",
-                                      agentExecutable()});
+    ChildProcess sim("/usr/bin/env",
+                     {"HOME=" + home.path().string(), tesselExecutable(), "sim", "--headless", "--measure", "1",
+                      "--duration", "0.5", "--out", out, "--json", "--agent", agentExecutable()});
     ASSERT_EQ(sim.wait(std::chrono::seconds(60)), 0) << sim.standardError();
     const auto summary = nlohmann::json::parse(sim.standardOutput());
     EXPECT_EQ(summary["files"][0], (home / "results-\ufffd\ufffd" / "sim-latency.csv").string());

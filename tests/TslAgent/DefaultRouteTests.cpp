@@ -21,8 +21,8 @@ TEST(DefaultRoute, GatewayFromRouteOutput) {
     EXPECT_EQ(DefaultRoute::gatewayFromRouteOutput("gateway: fe80::1%en0\n"), "fe80::1%en0");
     EXPECT_EQ(DefaultRoute::gatewayFromRouteOutput("gateway: 10.0.0.1\ngateway: 10.0.0.2\n"), "10.0.0.1");
     EXPECT_EQ(DefaultRoute::gatewayFromRouteOutput("gateway:\ngateway: 10.0.0.2"), "10.0.0.2");
-    for (const char* text : {"", "\n\n", "route to: default\n", "gateways: 10.0.0.1", "gate way: 10.0.0.1",
-                             "gateway 10.0.0.1"}) {
+    for (const char* text :
+         {"", "\n\n", "route to: default\n", "gateways: 10.0.0.1", "gate way: 10.0.0.1", "gateway 10.0.0.1"}) {
         EXPECT_EQ(DefaultRoute::gatewayFromRouteOutput(text), std::nullopt) << text;
     }
 }
