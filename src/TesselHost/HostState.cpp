@@ -14,9 +14,9 @@ StateStore StateFileChoice::store() const {
 }
 
 void addStateFileOptions(CLI::App& command, StateFileChoice& choice) {
-    auto* state = command.add_option("--state", choice.file,
-                                     "The state file (default: ~/Library/Application Support/Tessel/state.json)");
-    command.add_option("--file", choice.file)->group("")->excludes(state);
+    command.add_option("--state", choice.file,
+                       "The state file (default: ~/Library/Application Support/Tessel/state.json)");
+    command.add_option("--file", choice.file)->group("");
     command.add_flag("--simulation", choice.simulation, "Use the simulation's state file (Tessel-dev)");
 }
 
