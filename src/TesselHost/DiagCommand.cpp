@@ -214,10 +214,13 @@ void addDiagCommand(CLI::App& app, ExitStatus& status) {
     delivered->add_option("id", args->id, "The batch's identifier");
     jsonFlag(delivered);
     // An identifier is URL-safe Base64 and may begin with "-", which reads as
-    // an unknown option: taken as the identifier all the same.
+    // an unknown option: taken as the identifier all the same. One beginning
+    // "--" is an unknown option still; after "--" it is the identifier.
     delivered->allow_extras();
     setAction(delivered, status, [args, delivered] {
         const auto extras = delivered->remaining();
+        for (const auto& extra : extras)
+            if (extra.starts_with("--")) throw CLI::ExtrasError({extra});
         if (args->id.empty() && extras.size() == 1) args->id = extras.front();
         else if (args->id.empty() || !extras.empty())
             throw CLI::ValidationError("id", "one batch identifier is required");
