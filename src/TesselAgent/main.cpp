@@ -6,7 +6,6 @@
 
 #include "Platform/Linux/LinuxSystem.h"
 #include "Platform/Sim/Desktop.h"
-#include "Platform/Sim/SampleApps.h"
 #include "Platform/X11/X11Desktop.h"
 #include "TslAgent/AgentConfig.h"
 #include "TslAgent/AgentRunner.h"
@@ -47,8 +46,6 @@ int main(int argc, char** argv) {
     // Linux has no desktop of its own: a simulation run gets a simulated one
     // over its folders, a guest run an empty one with real child processes.
     auto desktop = Sim::Desktop::make({.home = homeDirectory(), .applicationDirs = {config.appsDir}});
-    // A simulation's folder tree starts with applications the host can launch.
-    if (config.isSimulation) Sim::placeSampleApps(config.appsDir);
     PlatformServices platform = desktop->services();
     if (!config.isSimulation) platform.system = std::make_shared<LinuxSystem>();
     // On X11 the display's windows and input; capture and the rest stay empty for now.

@@ -75,22 +75,21 @@ void printSteps(const std::vector<Step>& steps, const std::optional<std::string>
     }
 }
 
-int runBeta(const BetaArguments& args) {
+ExitStatus runBeta(const BetaArguments& args) {
     const auto state = loadForReport(args.choice.store());
-    if (!state) return 1;
-    const Facts facts = factsOf(*state);
-    const BetaChecklistRecord& record = state->beta.checklist;
+    const Facts facts = factsOf(state);
+    const BetaChecklistRecord& record = state.beta.checklist;
     std::vector<std::string> apps;
-    for (const auto& app : state->migrated) apps.push_back(app.bundleID);
+    for (const auto& app : state.migrated) apps.push_back(app.bundleID);
     const Progress done = progress(apps, facts, record);
 
     if (args.json) {
         nlohmann::json j = {{"progress", {{"done", done.done}, {"total", done.total}}},
-                            {"diagnosticsOn", state->beta.diagnosticsOn()},
+                            {"diagnosticsOn", state.beta.diagnosticsOn()},
                             {"setup", nlohmann::json::array()},
                             {"apps", nlohmann::json::array()}};
         for (const Step& step : setupSteps()) j["setup"].push_back(stepJSON(step, std::nullopt, facts, record));
-        for (const auto& app : state->migrated) {
+        for (const auto& app : state.migrated) {
             nlohmann::json a = {{"app", app.bundleID},
                                 {"name", app.name},
                                 {"verdict", toString(verdict(app.bundleID, facts, record))},
@@ -98,31 +97,32 @@ int runBeta(const BetaArguments& args) {
             for (const Step& step : appSteps()) a["steps"].push_back(stepJSON(step, app.bundleID, facts, record));
             j["apps"].push_back(a);
         }
-        return printJSON(j);
+        printJSON(j);
+        return ExitStatus::success;
     }
 
     std::printf("%s %lld / %lld\n", L("Beta checklist:").c_str(), static_cast<long long>(done.done),
                 static_cast<long long>(done.total));
     std::printf("%s %s\n\n%s\n", L("Diagnostics:").c_str(),
-                state->beta.diagnosticsOn() ? L("on").c_str() : L("off").c_str(), L("Setup").c_str());
+                state.beta.diagnosticsOn() ? L("on").c_str() : L("off").c_str(), L("Setup").c_str());
     printSteps(setupSteps(), std::nullopt, facts, record, "  ");
-    if (state->migrated.empty()) std::printf("\n%s\n", L("No kept applications yet.").c_str());
-    for (const auto& app : state->migrated) {
+    if (state.migrated.empty()) std::printf("\n%s\n", L("No kept applications yet.").c_str());
+    for (const auto& app : state.migrated) {
         std::printf("\n%s (%s): %s\n", app.name.c_str(), app.bundleID.c_str(),
                     std::string(toString(verdict(app.bundleID, facts, record))).c_str());
         printSteps(appSteps(), app.bundleID, facts, record, "  ");
     }
-    return finishOutput();
+    return ExitStatus::success;
 }
 
 }  // namespace
 
-void addBetaCommand(CLI::App& app, int& exitCode) {
+void addBetaCommand(CLI::App& app, ExitStatus& status) {
     auto args = std::make_shared<BetaArguments>();
     CLI::App* beta = app.add_subcommand("beta", "The beta checklist's progress and the verdict on each kept application");
-    addStateFileOptions(*beta, args->choice, "--state");
+    addStateFileOptions(*beta, args->choice);
     beta->add_flag("--json", args->json, "Print the progress, every step's status and the verdicts as JSON");
-    beta->callback([args, &exitCode] { exitCode = runBeta(*args); });
+    setAction(beta, status, [args] { return runBeta(*args); });
 }
 
 }  // namespace tsl::host

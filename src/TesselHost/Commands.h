@@ -1,23 +1,20 @@
 #pragma once
-
-namespace CLI {
-class App;
-}
+#include "TesselHost/HostCommand.h"
 
 // Each command of the host tool lives in its own file and adds itself to the
-// tool's command line here. A command's callback leaves the process's exit
-// status in `exitCode`.
+// tool's command line here; its action leaves the process's exit status in
+// `status`.
 namespace tsl::host {
 
-void addScanCommand(CLI::App& app, int& exitCode);
-void addDiagCommand(CLI::App& app, int& exitCode);
-void addCompatCommand(CLI::App& app, int& exitCode);
-void addFeedCommand(CLI::App& app, int& exitCode);
-void addShareCommand(CLI::App& app, int& exitCode);
-void addMigrateCommand(CLI::App& app, int& exitCode);
-void addStateCommand(CLI::App& app, int& exitCode);
-void addSetupCommand(CLI::App& app, int& exitCode);
-void addBetaCommand(CLI::App& app, int& exitCode);
-void addSimCommand(CLI::App& app, int& exitCode);
+void addScanCommand(CLI::App& app, ExitStatus& status);
+void addDiagCommand(CLI::App& app, ExitStatus& status);
+void addCompatCommand(CLI::App& app, ExitStatus& status);
+void addFeedCommand(CLI::App& app, ExitStatus& status);
+void addShareCommand(CLI::App& app, ExitStatus& status);
+void addMigrateCommand(CLI::App& app, ExitStatus& status);
+void addStateCommand(CLI::App& app, ExitStatus& status);
+void addSetupCommand(CLI::App& app, ExitStatus& status);
+void addBetaCommand(CLI::App& app, ExitStatus& status);
+void addSimCommand(CLI::App& app, ExitStatus& status);
 
 }  // namespace tsl::host

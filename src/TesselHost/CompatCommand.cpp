@@ -15,6 +15,7 @@
 #include "TslCore/Compat/CompatUpdater.h"
 #include "TslCore/Scanner/AppScanner.h"
 #include "TslCore/Scanner/ScannerJSON.h"
+#include "TslCore/Support/BoundedFile.h"
 
 namespace tsl::host {
 namespace {
@@ -42,7 +43,7 @@ nlohmann::json verdictJSON(const CompatVerdict& v) {
     return j;
 }
 
-void printJSON(const std::vector<Assessed>& list) {
+void printGroups(const std::vector<Assessed>& list) {
     nlohmann::json groups = nlohmann::json::array();
     for (const CompatGroup g : allCompatGroups) {
         nlohmann::json apps = nlohmann::json::array();
@@ -53,7 +54,7 @@ void printJSON(const std::vector<Assessed>& list) {
         }
         groups.push_back({{"group", toString(g)}, {"title", title(g)}, {"subtitle", subtitle(g)}, {"apps", apps}});
     }
-    std::cout << nlohmann::json{{"groups", groups}}.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+    printJSON({{"groups", groups}});
 }
 
 std::string badge(const CompatVerdict& v) {
@@ -88,30 +89,20 @@ void printTable(const std::vector<Assessed>& list) {
     }
 }
 
-int runCompat(const CompatArguments& args) {
+ExitStatus runCompat(const CompatArguments& args) {
     CompatDatabase db;
     if (!args.database.empty()) {
         // A local file is trusted like any file the user names, but no larger than a feed.
-        const auto bytes = readFile(args.database, CompatUpdater::maxBytes + 1);
-        if (!bytes) {
-            std::fprintf(stderr, "tessel compat: cannot read %s\n", args.database.c_str());
-            return 1;
-        }
-        if (bytes->size() > CompatUpdater::maxBytes) {
-            std::fprintf(stderr, "tessel compat: %s is larger than %zu bytes\n", args.database.c_str(), CompatUpdater::maxBytes);
-            return 1;
-        }
+        const std::string bytes = BoundedFile::read(args.database, CompatUpdater::maxBytes).bytes;
         try {
-            db = CompatDatabase::decode({reinterpret_cast<const uint8_t*>(bytes->data()), bytes->size()});
+            db = CompatDatabase::decode({reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()});
         } catch (const std::exception& e) {
-            std::fprintf(stderr, "tessel compat: %s is no compatibility database: %s\n", args.database.c_str(), e.what());
-            return 1;
+            throw CommandFailure(args.database + " is no compatibility database: " + e.what());
         }
     }
 
     AppScanner scanner;
-    if (args.roots.empty()) scanner.options.roots = AppScanner::defaultRoots();
-    else scanner.options.roots.assign(args.roots.begin(), args.roots.end());
+    scanner.options.roots = args.roots.empty() ? AppScanner::defaultRoots() : absoluteRoots(args.roots);
     scanner.options.maxDepth = args.maxDepth;
     scanner.options.includeApple = args.includeApple;
     AppScanner::Report report;
@@ -132,15 +123,14 @@ int runCompat(const CompatArguments& args) {
         const auto group = CompatAssessor::group(app, verdict);
         list.push_back({&app, std::move(verdict), group});
     }
-    if (args.json) printJSON(list);
+    if (args.json) printGroups(list);
     else printTable(list);
-    std::cout.flush();
-    return std::ferror(stdout) ? 1 : 0;
+    return ExitStatus::success;
 }
 
 }  // namespace
 
-void addCompatCommand(CLI::App& app, int& exitCode) {
+void addCompatCommand(CLI::App& app, ExitStatus& status) {
     auto args = std::make_shared<CompatArguments>();
     CLI::App* compat = app.add_subcommand("compat", "Scan applications and say which to keep and how they will fare");
     compat->add_option("roots", args->roots,
@@ -151,7 +141,7 @@ void addCompatCommand(CLI::App& app, int& exitCode) {
         ->capture_default_str();
     compat->add_flag("--include-apple", args->includeApple, "Also list applications whose identifier begins com.apple.");
     compat->add_flag("--json", args->json, "Print the groups as JSON");
-    compat->callback([args, &exitCode] { exitCode = runCompat(*args); });
+    setAction(compat, status, [args] { return runCompat(*args); });
 }
 
 }  // namespace tsl::host

@@ -1,6 +1,4 @@
 #pragma once
-#include <nlohmann/json.hpp>
-
 #include <optional>
 #include <string>
 
@@ -20,24 +18,18 @@ struct StateFileChoice {
     StateStore store() const;
 };
 
-// `option` ("--file", "--state") names the file; --simulation picks the
-// simulation's default store.
-void addStateFileOptions(CLI::App& command, StateFileChoice& choice, const std::string& option);
+// --state names the file (--file, its older spelling, still works, unlisted);
+// --simulation picks the simulation's default store.
+void addStateFileOptions(CLI::App& command, StateFileChoice& choice);
 
-// One line on what the load found: "loaded", "missing (defaults apply)", ...
+// One line on what reading the file found: "loaded", "missing (defaults apply)", ...
 std::string describe(const StateStore::Loaded& loaded);
 
-// Loads for a report. A damaged file was moved aside and the defaults stand,
-// which is said on standard error; a file that can't be read is a failure,
-// said there too, and gives nothing.
-std::optional<PersistedState> loadForReport(const StateStore& store);
+// The state for a report, read without changing the file. A damaged or
+// unreadable file throws CommandFailure saying so.
+PersistedState loadForReport(const StateStore& store);
 
 // Dates as they stand in the file, or the given word for none.
 std::string dateText(const std::optional<Date>& date, const std::string& none);
-
-// Pretty JSON on standard output; the exit status: 0, or 1 when it couldn't
-// be written.
-int printJSON(const nlohmann::json& j);
-int finishOutput();
 
 }  // namespace tsl::host

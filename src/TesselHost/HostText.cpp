@@ -1,13 +1,9 @@
 #include "TesselHost/HostText.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-
-#include "TslCore/Support/UniqueFd.h"
 
 namespace tsl::host {
 
@@ -37,18 +33,9 @@ void StatusLine::show(const std::string& text) {
     std::fflush(stderr);
 }
 
-std::optional<std::string> readFile(const std::string& path, size_t limit) {
-    UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!fd) return std::nullopt;
-    std::string out;
-    char buffer[65536];
-    while (out.size() < limit) {
-        const ssize_t n = ::read(fd.get(), buffer, std::min(sizeof buffer, limit - out.size()));
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) return std::nullopt;
-        if (n == 0) break;
-        out.append(buffer, static_cast<size_t>(n));
-    }
+std::vector<std::filesystem::path> absoluteRoots(const std::vector<std::string>& roots) {
+    std::vector<std::filesystem::path> out;
+    for (const std::string& root : roots) out.push_back(std::filesystem::absolute(root));
     return out;
 }
 

@@ -1,8 +1,9 @@
 #pragma once
 #include <chrono>
 #include <cstddef>
-#include <optional>
+#include <filesystem>
 #include <string>
+#include <vector>
 
 // Output helpers shared by the host tool's commands.
 namespace tsl::host {
@@ -30,9 +31,9 @@ private:
     std::chrono::steady_clock::time_point _last{};
 };
 
-// The file's bytes, at most `limit` of them; nothing (with errno set) when it
-// can't be read.
-std::optional<std::string> readFile(const std::string& path, size_t limit);
+// Folders given on the command line, made absolute as a bundle's URL gives
+// paths in a report; links stay as typed.
+std::vector<std::filesystem::path> absoluteRoots(const std::vector<std::string>& roots);
 
 // "1.2 MB", "840 KB", "12 bytes".
 std::string byteCount(unsigned long long bytes);

@@ -3,7 +3,6 @@
 
 #include <condition_variable>
 #include <cstdio>
-#include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <mutex>
@@ -15,6 +14,7 @@
 #include "TesselHost/HostText.h"
 #include "TslCore/Migration/MigrationPlanner.h"
 #include "TslCore/Migration/ShareIO.h"
+#include "TslCore/Support/HomeDirectory.h"
 #include "TslCore/Support/Localized.h"
 
 namespace tsl::host {
@@ -75,38 +75,31 @@ void printPlan(const MigrationPlan& plan, Action action) {
     if (action == Action::unstage) std::printf("unstaged\n");
 }
 
-int run(Action action, const MigrateArguments& args) {
-    const char* envHome = std::getenv("HOME");
-    const std::string home = !args.home.empty() ? args.home : (envHome && *envHome ? envHome : "/");
+ExitStatus run(Action action, const MigrateArguments& args) {
+    const std::string home = !args.home.empty() ? args.home : homeDirectory();
     const MigrationPlanner planner{home, args.share};
-    try {
-        const AppBundleInfo app = AppBundleInfo::read(args.app);
-        // Taking a copy away needs no judgement of the application.
-        const MigrationPlan plan = planner.plan(app, args.allowNonIntel || action == Action::unstage);
-        if (action == Action::stage) {
-            StagingProgress progress(ShareIO::hostFolder(args.share), plan.estimatedBytes);
-            planner.stage(plan);
-        } else if (action == Action::unstage) {
-            planner.unstage(plan);
-        }
-        if (args.json) {
-            nlohmann::json j{{"plan", plan}};
-            if (action != Action::plan) j[action == Action::stage ? "staged" : "unstaged"] = true;
-            std::cout << j.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
-        } else {
-            printPlan(plan, action);
-        }
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "tessel migrate: %s\n", e.what());
-        return 1;
+    const AppBundleInfo app = AppBundleInfo::read(args.app);
+    // Taking a copy away needs no judgement of the application.
+    const MigrationPlan plan = planner.plan(app, args.allowNonIntel || action == Action::unstage);
+    if (action == Action::stage) {
+        StagingProgress progress(ShareIO::hostFolder(args.share), plan.estimatedBytes);
+        planner.stage(plan);
+    } else if (action == Action::unstage) {
+        planner.unstage(plan);
     }
-    std::cout.flush();
-    return std::ferror(stdout) ? 1 : 0;
+    if (args.json) {
+        nlohmann::json j{{"plan", plan}};
+        if (action != Action::plan) j[action == Action::stage ? "staged" : "unstaged"] = true;
+        printJSON(j);
+    } else {
+        printPlan(plan, action);
+    }
+    return ExitStatus::success;
 }
 
 }  // namespace
 
-void addMigrateCommand(CLI::App& app, int& exitCode) {
+void addMigrateCommand(CLI::App& app, ExitStatus& status) {
     auto args = std::make_shared<MigrateArguments>();
     CLI::App* migrate = app.add_subcommand("migrate", "Copy an application into the share for the guest to install");
     migrate->require_subcommand(1);
@@ -120,11 +113,11 @@ void addMigrateCommand(CLI::App& app, int& exitCode) {
         CLI::App* sub = migrate->add_subcommand(actions[i].first, help[i]);
         sub->add_option("app", args->app, "The application bundle")->required()->check(CLI::ExistingDirectory);
         sub->add_option("--share", args->share, "The shared folder's root on the host")->required();
-        sub->add_option("--home", args->home, "The user's home folder (default: $HOME)");
+        sub->add_option("--home", args->home, "The user's home folder (default: $HOME, else the password database's)");
         if (action != Action::unstage)
             sub->add_flag("--allow-non-intel", args->allowNonIntel, "Also keep an application that runs natively");
         sub->add_flag("--json", args->json, "Print the plan as JSON");
-        sub->callback([args, action, &exitCode] { exitCode = run(action, *args); });
+        setAction(sub, status, [args, action] { return run(action, *args); });
     }
 }
 

@@ -76,15 +76,9 @@ AppScanner::Progress progressCallback(StatusLine& line) {
     return [&line](size_t read, const AppBundleInfo&) { line.show(L("Scanning… %@ applications", {std::to_string(read)})); };
 }
 
-int runScan(const ScanArguments& args) {
+ExitStatus runScan(const ScanArguments& args) {
     AppScanner scanner;
-    if (args.roots.empty()) {
-        scanner.options.roots = AppScanner::defaultRoots();
-    } else {
-        // Paths in the report are absolute, as a bundle's URL gives them;
-        // links stay as typed.
-        for (const std::string& root : args.roots) scanner.options.roots.push_back(std::filesystem::absolute(root));
-    }
+    scanner.options.roots = args.roots.empty() ? AppScanner::defaultRoots() : absoluteRoots(args.roots);
     scanner.options.maxDepth = args.maxDepth;
     scanner.options.includeApple = args.includeApple;
     AppScanner::Report report;
@@ -92,19 +86,14 @@ int runScan(const ScanArguments& args) {
         StatusLine line;
         report = scanner.scan(progressCallback(line));
     }
-    if (args.json) {
-        const nlohmann::json j = report;
-        std::cout << j.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
-    } else {
-        printTable(report);
-    }
-    std::cout.flush();
-    return std::ferror(stdout) ? 1 : 0;
+    if (args.json) printJSON(report);
+    else printTable(report);
+    return ExitStatus::success;
 }
 
 }  // namespace
 
-void addScanCommand(CLI::App& app, int& exitCode) {
+void addScanCommand(CLI::App& app, ExitStatus& status) {
     auto args = std::make_shared<ScanArguments>();
     CLI::App* scan = app.add_subcommand("scan", "List applications and the processors they are built for");
     scan->add_option("roots", args->roots,
@@ -114,7 +103,7 @@ void addScanCommand(CLI::App& app, int& exitCode) {
         ->capture_default_str();
     scan->add_flag("--include-apple", args->includeApple, "Also list applications whose identifier begins com.apple.");
     scan->add_flag("--json", args->json, "Print the report as JSON");
-    scan->callback([args, &exitCode] { exitCode = runScan(*args); });
+    setAction(scan, status, [args] { return runScan(*args); });
 }
 
 }  // namespace tsl::host

@@ -4,8 +4,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -13,6 +11,7 @@
 #include "TesselHost/Commands.h"
 #include "TesselHost/HostState.h"
 #include "TslCore/Model/GuestSetupFlow.h"
+#include "TslCore/Support/BoundedFile.h"
 #include "TslCore/Support/Localized.h"
 #include "TslCore/Support/TesselVersion.h"
 #include "TslCore/Wire/WireJSON.h"
@@ -26,6 +25,8 @@ namespace tsl::host {
 namespace {
 
 constexpr double requestTimeout = 10.0;
+// An agent's status is a few hundred bytes; a file far larger is none.
+constexpr size_t statusFileLimit = 1 << 20;
 
 struct SetupArguments {
     StateFileChoice choice;
@@ -36,19 +37,12 @@ struct SetupArguments {
     bool json = false;
 };
 
-struct Failure {
-    int status;
-    std::string message;
-};
-
 AgentStatus readStatusFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) throw Failure{1, "cannot read " + path};
-    const std::string bytes{std::istreambuf_iterator<char>(in), {}};
+    const std::string bytes = BoundedFile::read(path, statusFileLimit).bytes;
     try {
         return WireJSON::decodeAgentStatus(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
     } catch (const WireJSON::DecodeError& e) {
-        throw Failure{1, path + " holds no agent status: " + e.description()};
+        throw CommandFailure(path + " holds no agent status: " + e.description());
     }
 }
 
@@ -70,22 +64,22 @@ AgentStatus askAgent(const SocketEndpoint& endpoint) {
             GlobalQueue::executor(), channel->request(ControlMessage::Hello{hello}, requestTimeout), limit);
         const auto* agentHello = greeting.get<ControlMessage::Hello>();
         if (!agentHello || agentHello->value.role != Hello::Role::agent)
-            throw Failure{1, "the peer at " + endpoint.description() + " is not an agent"};
+            throw CommandFailure("the peer at " + endpoint.description() + " is not an agent");
         const ControlMessage reply =
             runBlocking(GlobalQueue::executor(), channel->request(ControlMessage::Status{}, requestTimeout), limit);
         const auto* status = reply.get<ControlMessage::Status>();
-        if (!status || !status->value) throw Failure{1, "the agent answered `status` without one"};
+        if (!status || !status->value) throw CommandFailure("the agent answered `status` without one");
         channel->close();
         if (progress) std::fprintf(stderr, "\r\033[K");
         return *status->value;
-    } catch (const Failure&) {
+    } catch (const CommandFailure&) {
         if (channel) channel->close();
         if (progress) std::fprintf(stderr, "\r\033[K");
         throw;
     } catch (const std::exception& e) {
         if (channel) channel->close();
         if (progress) std::fprintf(stderr, "\r\033[K");
-        throw Failure{1, "no status from the agent at " + endpoint.description() + ": " + e.what()};
+        throw CommandFailure("no status from the agent at " + endpoint.description() + ": " + e.what());
     }
 }
 
@@ -106,29 +100,12 @@ nlohmann::json itemJSON(const GuestSetupChecklistItem& item) {
     return j;
 }
 
-int runSetup(const SetupArguments& args) {
-    if (!args.statusFile.empty() && !args.agent.empty()) {
-        std::fprintf(stderr, "tessel: --status and --agent exclude each other\n");
-        return 2;
-    }
-    std::optional<SocketEndpoint> endpoint;
-    if (!args.agent.empty() && !(endpoint = SocketEndpoint::parse(args.agent))) {
-        std::fprintf(stderr, "tessel: --agent: not an endpoint: %s (unix:<path>, tcp:<host>:<port>, vsock:<cid>:<port>)\n",
-                     args.agent.c_str());
-        return 2;
-    }
+ExitStatus runSetup(const SetupArguments& args) {
     const auto state = loadForReport(args.choice.store());
-    if (!state) return 1;
-
     GuestSetupFlow::Input input;
-    input.record = state->guestSetup;
-    try {
-        if (!args.statusFile.empty()) input.status = readStatusFile(args.statusFile);
-        if (endpoint) input.status = askAgent(*endpoint);
-    } catch (const Failure& f) {
-        std::fprintf(stderr, "tessel: %s\n", f.message.c_str());
-        return f.status;
-    }
+    input.record = state.guestSetup;
+    if (!args.statusFile.empty()) input.status = readStatusFile(args.statusFile);
+    if (!args.agent.empty()) input.status = askAgent(*SocketEndpoint::parse(args.agent));
     // An agent that has answered has said hello, and the host keeps the first
     // one; a virtual Mac that has booted, or has an agent, is installed.
     if (input.status && !input.record.agentFirstHelloAt)
@@ -149,7 +126,8 @@ int runSetup(const SetupArguments& args) {
             for (const auto& item : items) j["checklist"].push_back(itemJSON(item));
         }
         if (!guide.empty()) j["guide"] = guide;
-        return printJSON(j);
+        printJSON(j);
+        return ExitStatus::success;
     }
 
     std::printf("%s %s (%s)\n", L("Step:").c_str(), stepTitle(step).c_str(), std::string(toString(step)).c_str());
@@ -157,7 +135,7 @@ int runSetup(const SetupArguments& args) {
     if (!input.status) {
         if (step == GuestSetupStep::permissions)
             std::printf("\n%s\n", L("No agent has answered yet: start the virtual Mac, or pass --agent or --status.").c_str());
-        return finishOutput();
+        return ExitStatus::success;
     }
     size_t open = 0;
     for (const auto& item : items) open += !item.done;
@@ -167,22 +145,34 @@ int runSetup(const SetupArguments& args) {
         std::printf("  [%s] %s\n", item.done ? "x" : " ", item.title.c_str());
         if (item.instruction) std::printf("      %s\n", item.instruction->c_str());
     }
-    return finishOutput();
+    return ExitStatus::success;
 }
 
 }  // namespace
 
-void addSetupCommand(CLI::App& app, int& exitCode) {
+void addSetupCommand(CLI::App& app, ExitStatus& status) {
     auto args = std::make_shared<SetupArguments>();
-    CLI::App* setup = app.add_subcommand("setup", "Where the guest setup stands and what is still to do");
-    addStateFileOptions(*setup, args->choice, "--state");
-    setup->add_option("--status", args->statusFile, "A file holding an agent's status (its JSON form)");
-    setup->add_option("--agent", args->agent, "Ask a running agent for its status (unix:<path>, tcp:<host>:<port>, ...)");
+    CLI::App* setup = app.add_subcommand(
+        "setup", "Say which step of the guest setup the user stands at, and what is still to do in the virtual Mac");
+    addStateFileOptions(*setup, args->choice);
+    auto* statusFile =
+        setup->add_option("--status", args->statusFile, "A file holding an agent's status (its JSON form)");
+    const CLI::Validator endpoint(
+        [](const std::string& text) {
+            return SocketEndpoint::parse(text)
+                       ? std::string()
+                       : "not an endpoint: " + text + " (unix:<path>, tcp:<host>:<port>, vsock:<cid>:<port>)";
+        },
+        "ENDPOINT");
+    setup
+        ->add_option("--agent", args->agent, "Ask a running agent for its status (unix:<path>, tcp:<host>:<port>, ...)")
+        ->check(endpoint)
+        ->excludes(statusFile);
     setup->add_flag("--vm-installed", args->vmInstalled,
                     "The virtual Mac is installed (implied by a first boot in the state or an agent's status)");
     setup->add_flag("--restore-image", args->restoreImage, "The macOS restore image is downloaded");
     setup->add_flag("--json", args->json, "Print the step and the checklist as JSON");
-    setup->callback([args, &exitCode] { exitCode = runSetup(*args); });
+    setAction(setup, status, [args] { return runSetup(*args); });
 }
 
 }  // namespace tsl::host

@@ -2,7 +2,6 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
-#include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -13,6 +12,7 @@
 #include "TesselHost/HostText.h"
 #include "TslCore/Migration/SafePaths.h"
 #include "TslCore/Model/SharedFolders.h"
+#include "TslCore/Support/HomeDirectory.h"
 #include "TslCore/Support/Localized.h"
 #include "TslCore/Support/PathNames.h"
 
@@ -44,9 +44,8 @@ struct Row {
     std::optional<SharedFolder> entry;  // the entry that shows it in the guest
 };
 
-int runCheck(const ShareArguments& args) {
-    const char* envHome = std::getenv("HOME");
-    const std::string home = !args.home.empty() ? args.home : (envHome && *envHome ? envHome : "/");
+ExitStatus runCheck(const ShareArguments& args) {
+    const std::string home = !args.home.empty() ? args.home : homeDirectory();
     std::vector<std::string> protectedPaths = args.protectedPaths;
     const std::string data = PathNames::appending(home, "Library/Application Support/Tessel");
     protectedPaths.push_back(data);
@@ -76,8 +75,7 @@ int runCheck(const ShareArguments& args) {
             }
             list.push_back(std::move(j));
         }
-        std::cout << nlohmann::json{{"folders", list}}.dump(2, ' ', false, nlohmann::json::error_handler_t::replace)
-                  << '\n';
+        printJSON({{"folders", list}});
     } else {
         size_t width = 0;
         for (const auto& row : rows) width = std::max(width, displayWidth(row.path));
@@ -91,24 +89,22 @@ int runCheck(const ShareArguments& args) {
             std::printf("%s  %s\n", padded(row.path, width).c_str(), verdict.c_str());
         }
     }
-    std::cout.flush();
-    if (std::ferror(stdout)) return 1;
-    return refused ? 1 : 0;
+    return refused ? ExitStatus::failure : ExitStatus::success;
 }
 
 }  // namespace
 
-void addShareCommand(CLI::App& app, int& exitCode) {
+void addShareCommand(CLI::App& app, ExitStatus& status) {
     auto args = std::make_shared<ShareArguments>();
     CLI::App* share = app.add_subcommand("share", "Shared folders between the host and the guest");
     share->require_subcommand(1);
     CLI::App* check = share->add_subcommand("check", "Say whether folders may be shared, and their names in the guest");
     check->add_option("paths", args->paths, "Folders, in the order they would be shared")->required();
-    check->add_option("--home", args->home, "The user's home folder (default: $HOME)");
+    check->add_option("--home", args->home, "The user's home folder (default: $HOME, else the password database's)");
     check->add_option("--protect", args->protectedPaths, "More folders that must not be shared nor lie in a share");
     check->add_flag("--json", args->json, "Print the result as JSON");
-    check->footer("Exit status 1 when any folder is refused.");
-    check->callback([args, &exitCode] { exitCode = runCheck(*args); });
+    check->footer("Status 1 also when any folder is refused.");
+    setAction(check, status, [args] { return runCheck(*args); });
 }
 
 }  // namespace tsl::host

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -13,9 +14,12 @@
 
 #include "TesselHost/Commands.h"
 #include "TesselHost/HostText.h"
+#include "TesselHost/SimChart.h"
 #include "TesselHost/SimReport.h"
 #include "TesselHost/SimSession.h"
 #include "TslCore/Support/Error.h"
+#include "TslCore/Support/FileTree.h"
+#include "TslCore/Support/HomeDirectory.h"
 #include "TslStream/Measure/ResultWriter.h"
 #include "TslStream/Render/StreamView.h"
 
@@ -60,9 +64,18 @@ void waitUntil(std::chrono::steady_clock::time_point end) {
     while (!interrupted && std::chrono::steady_clock::now() < end) std::this_thread::sleep_for(std::chrono::milliseconds(50));
 }
 
+// Results go to the user's cache unless a folder is named: never into
+// whatever folder the command happens to run in.
+std::string resultsFolder(const SimOptions& o) {
+    return o.out.empty() ? homeDirectory() + "/.cache/tessel/sim-results" : o.out;
+}
+
 std::vector<std::string> writeResults(const SimFigures& f, const SimSummary& s, const SimOptions& o,
                                       const std::string& text) {
-    ResultWriter writer(o.out, "sim");
+    const std::string folder = resultsFolder(o);
+    if (const int error = FileTree::makeFolders(folder, 0700))
+        throw Error("cannot create " + folder + ": " + std::strerror(error));
+    ResultWriter writer(folder, "sim");
     std::vector<std::string> latency, fps;
     for (size_t i = 0; i < f.latencyMs.size(); ++i) latency.push_back(std::to_string(i + 1) + "," + std::to_string(f.latencyMs[i]));
     for (size_t i = 0; i < f.framesPerSecond.size(); ++i) fps.push_back(std::to_string(i) + "," + std::to_string(f.framesPerSecond[i]));
@@ -72,7 +85,7 @@ std::vector<std::string> writeResults(const SimFigures& f, const SimSummary& s, 
             writer.writeText("chart.svg", svgChart(f, s))};
 }
 
-int runSim(SimArguments& args) {
+ExitStatus runSim(SimArguments& args) {
     SimOptions& o = args.options;
     o.codec = args.codec == "raw" ? VideoCodec::rawBGRA : VideoCodec::h264;
     struct sigaction action {};
@@ -89,7 +102,7 @@ int runSim(SimArguments& args) {
     };
     SimSession session(o, progress);
     Mailbox mailbox;
-    try {
+    {
         SimSession::PictureSink sink;
         if (views) {
             sink = [&mailbox](uint32_t window, std::shared_ptr<PixelBuffer> picture, double scale) {
@@ -135,33 +148,21 @@ int runSim(SimArguments& args) {
             measure(session, o.measure, o.fps, step);
             waitUntil(end);
         }
-    } catch (const std::exception& e) {
-        session.stop();
-        std::cerr << "tessel sim: " << e.what() << "\n";
-        return 1;
     }
     SimFigures figures = session.figures();
     session.stop();
     SimSummary summary = SimSummary::of(figures, o);
     std::string text = summaryText(summary, o);
-    std::vector<std::string> files;
-    try {
-        files = writeResults(figures, summary, o, text);
-    } catch (const std::exception& e) {
-        std::cerr << "tessel sim: " << e.what() << "\n";
-        return 1;
-    }
-    if (o.json) {
-        std::cout << summaryJSON(summary, o, files) << "\n";
-    } else {
-        std::cout << text << "\n" << floorLine(summary) << "\n\nResults in " << o.out << "\n";
-    }
-    return summary.roundTrips == 0 && o.measure > 0 ? 1 : 0;
+    const std::vector<std::string> files = writeResults(figures, summary, o, text);
+    if (o.json) printJSON(summaryJSON(summary, o, files));
+    else std::cout << text << "\n" << floorLine(summary) << "\n\nResults in " << resultsFolder(o) << "\n";
+    if (summary.roundTrips == 0 && o.measure > 0) throw CommandFailure("no round trip was measured");
+    return ExitStatus::success;
 }
 
 }  // namespace
 
-void addSimCommand(CLI::App& app, int& exitCode) {
+void addSimCommand(CLI::App& app, ExitStatus& status) {
     auto args = std::make_shared<SimArguments>();
     CLI::App* sim = app.add_subcommand(
         "sim", "Run a simulated guest on this machine, stream the test pattern and measure input to pixel");
@@ -184,10 +185,11 @@ void addSimCommand(CLI::App& app, int& exitCode) {
                     "Seconds to stream in all, for the frame rate (with windows: 0 runs until they are closed)")
         ->check(CLI::Range(0.0, 86400.0))
         ->capture_default_str();
-    sim->add_option("--out", args->options.out, "Folder for the CSV, text and SVG results")->capture_default_str();
+    sim->add_option("--out", args->options.out,
+                    "Folder for the CSV, text and SVG results (default: ~/.cache/tessel/sim-results)");
     sim->add_option("--agent", args->options.agent, "The agent executable (default: TesselAgent beside tessel)");
     sim->add_flag("--json", args->options.json, "Print the summary as JSON");
-    sim->callback([args, &exitCode] { exitCode = runSim(*args); });
+    setAction(sim, status, [args] { return runSim(*args); });
 }
 
 }  // namespace tsl::host

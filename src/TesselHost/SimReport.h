@@ -1,4 +1,5 @@
 #pragma once
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -31,8 +32,6 @@ struct SimSummary {
 std::string summaryText(const SimSummary& summary, const SimOptions& options);
 // The goal in the benchmarks' form.
 std::string floorLine(const SimSummary& summary);
-std::string summaryJSON(const SimSummary& summary, const SimOptions& options, const std::vector<std::string>& files);
-// Latency distribution and frames per second, side by side.
-std::string svgChart(const SimFigures& figures, const SimSummary& summary);
+nlohmann::json summaryJSON(const SimSummary& summary, const SimOptions& options, const std::vector<std::string>& files);
 
 }  // namespace tsl::host

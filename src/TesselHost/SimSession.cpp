@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <thread>
@@ -11,6 +12,7 @@
 #include "TslCore/Measure/TestPattern.h"
 #include "TslCore/Support/Error.h"
 #include "TslCore/Support/FileTree.h"
+#include "TslCore/Support/HomeDirectory.h"
 #include "TslCore/Support/MonoClock.h"
 #include "TslStream/Runtime/GlobalQueue.h"
 #include "TslStream/Runtime/Task.h"
@@ -36,8 +38,7 @@ bool waitFor(const std::function<bool()>& done, double seconds) {
 
 // A private folder for the guest, outside world-writable places (the agent refuses those).
 fs::path makeRoot() {
-    const char* home = std::getenv("HOME");
-    fs::path base = fs::path(home && *home ? home : "/root") / ".cache" / "tessel";
+    const fs::path base = fs::path(homeDirectory()) / ".cache" / "tessel";
     if (int error = FileTree::makeFolders(base.string(), 0700); error != 0)
         throw Error("cannot create " + base.string() + ": " + std::strerror(error));
     std::string tmpl = (base / "sim-XXXXXX").string();
@@ -220,8 +221,9 @@ SimFigures SimSession::figures() const {
     f.latencyMs = latencyMs;
     f.captureToArrivalMs = captureToArrivalMs;
     f.decodeMs = decodeMs;
-    f.framesPerSecond = perSecond;
     f.seconds = started ? double(MonoClock::nowNs() - started) / 1e9 : 0;
+    // The second under way is partial: its count would read as a drop.
+    f.framesPerSecond.assign(perSecond.begin(), perSecond.begin() + std::min(perSecond.size(), size_t(f.seconds)));
     return f;
 }
 

@@ -27,7 +27,7 @@ struct SimOptions {
     double scale = 1.0;
     int measure = 100;
     double duration = 5.0;  // seconds of streaming in all, at least what measuring takes
-    std::string out = "sim-results";
+    std::string out;        // the results' folder; the user's cache when empty
     std::string agent;  // the agent executable; beside this program when empty
     bool json = false;
 };
@@ -44,7 +44,7 @@ struct SimFigures {
     // transfer. Nothing finer travels with a frame.
     std::vector<double> captureToArrivalMs;
     std::vector<double> decodeMs;  // on the host, to a picture
-    std::vector<uint64_t> framesPerSecond;
+    std::vector<uint64_t> framesPerSecond;  // whole seconds only
     double seconds = 0;
 };
 

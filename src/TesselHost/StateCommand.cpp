@@ -7,6 +7,7 @@
 #include "TesselHost/Commands.h"
 #include "TesselHost/HostState.h"
 #include "TslCore/Model/StateJSON.h"
+#include "TslCore/Support/BoundedFile.h"
 #include "TslCore/Support/Localized.h"
 
 namespace tsl::host {
@@ -73,56 +74,59 @@ void printState(const PersistedState& s) {
 
 nlohmann::json loadJSON(const StateStore& store, const StateStore::Loaded& loaded) {
     nlohmann::json j = {{"outcome", toString(loaded.outcome)}, {"file", store.url.string()}};
-    if (loaded.movedTo) j["movedTo"] = loaded.movedTo->string();
-    if (loaded.outcome == StateStore::LoadOutcome::readError) j["error"] = loaded.failure.message();
+    if (loaded.outcome == StateStore::LoadOutcome::readError) j["error"] = fileErrorText(loaded.failure);
     return j;
 }
 
-int runShow(const StateArguments& args) {
-    const StateStore store = args.choice.store();
-    const auto loaded = store.loadReporting();
-    if (args.json) {
-        auto j = loadJSON(store, loaded);
-        j["state"] = loaded.state;
-        return printJSON(j);
-    }
-    std::printf("%s: %s\n\n", store.url.c_str(), describe(loaded).c_str());
-    printState(loaded.state);
-    return finishOutput();
+bool sound(const StateStore::Loaded& loaded) {
+    return loaded.outcome == StateStore::LoadOutcome::loaded || loaded.outcome == StateStore::LoadOutcome::missing;
 }
 
-int runCheck(const StateArguments& args) {
+// Both report what a load would find and leave the file as it is: only the
+// product's own load moves a damaged file aside.
+ExitStatus runShow(const StateArguments& args) {
     const StateStore store = args.choice.store();
-    const auto loaded = store.loadReporting();
-    const bool sound =
-        loaded.outcome == StateStore::LoadOutcome::loaded || loaded.outcome == StateStore::LoadOutcome::missing;
-    int written = 0;
-    if (args.json)
-        written = printJSON(loadJSON(store, loaded));
-    else {
+    const auto loaded = store.inspect();
+    if (args.json) {
+        auto j = loadJSON(store, loaded);
+        if (sound(loaded)) j["state"] = loaded.state;
+        printJSON(j);
+    } else {
         std::printf("%s: %s\n", store.url.c_str(), describe(loaded).c_str());
-        written = finishOutput();
+        if (sound(loaded)) {
+            std::printf("\n");
+            printState(loaded.state);
+        }
     }
-    return sound ? written : 1;
+    return sound(loaded) ? ExitStatus::success : ExitStatus::failure;
+}
+
+ExitStatus runCheck(const StateArguments& args) {
+    const StateStore store = args.choice.store();
+    const auto loaded = store.inspect();
+    if (args.json) printJSON(loadJSON(store, loaded));
+    else std::printf("%s: %s\n", store.url.c_str(), describe(loaded).c_str());
+    return sound(loaded) ? ExitStatus::success : ExitStatus::failure;
 }
 
 }  // namespace
 
-void addStateCommand(CLI::App& app, int& exitCode) {
+void addStateCommand(CLI::App& app, ExitStatus& status) {
     auto args = std::make_shared<StateArguments>();
-    CLI::App* state = app.add_subcommand("state", "The host's state file");
+    CLI::App* state = app.add_subcommand("state", "Show or check the host's state file, changing nothing");
     state->require_subcommand(1);
 
-    CLI::App* show = state->add_subcommand("show", "Print the state and what loading it found");
-    addStateFileOptions(*show, args->choice, "--file");
+    CLI::App* show = state->add_subcommand("show", "Print the state and what reading it found");
+    addStateFileOptions(*show, args->choice);
     show->add_flag("--json", args->json, "Print {\"outcome\": ..., \"state\": ...}, the state in the file's own form");
-    show->callback([args, &exitCode] { exitCode = runShow(*args); });
+    show->footer("A damaged or unreadable file is reported, left as it is, and the status is 1.");
+    setAction(show, status, [args] { return runShow(*args); });
 
-    CLI::App* check = state->add_subcommand(
-        "check", "Load the state file; exit 1 when it is damaged (it is then moved aside) or unreadable");
-    addStateFileOptions(*check, args->choice, "--file");
+    CLI::App* check =
+        state->add_subcommand("check", "Say whether the state file loads; status 1 when it is damaged or unreadable");
+    addStateFileOptions(*check, args->choice);
     check->add_flag("--json", args->json, "Print the outcome as JSON");
-    check->callback([args, &exitCode] { exitCode = runCheck(*args); });
+    setAction(check, status, [args] { return runCheck(*args); });
 }
 
 }  // namespace tsl::host

@@ -107,9 +107,8 @@ struct AgentConfig {
         const std::vector<SocketEndpoint>& defaultEndpoints,
         const std::function<std::optional<std::string>()>& gateway = &AgentConfig::defaultGateway) const;
 
-    // Asks "/sbin/route" for the default route; nothing when it can't be run.
+    // The default route's gateway (DefaultRoute, through this machine's System port).
     static std::optional<std::string> defaultGateway();
-    static std::optional<std::string> gatewayFromRouteOutput(std::string_view output);
 
     static const std::filesystem::path& guestMountPoint();
     static const std::filesystem::path& guestSharedDir();

@@ -2,10 +2,10 @@
 #include <filesystem>
 
 #include "Platform/Sim/Desktop.h"
-#include "Platform/Sim/SampleApps.h"
 #include "Support/AgentTestSupport.h"
 #include "Support/Errors.h"
 #include "Support/TempDir.h"
+#include "TslStream/Agent/SampleApps.h"
 
 namespace tsl::test {
 
@@ -29,7 +29,7 @@ struct ServiceWorld {
         config.isSimulation = !guestRun;
         config.clipboardSync = guestRun;
         std::filesystem::create_directories(config.sharedDir);
-        Sim::placeSampleApps(config.appsDir);
+        placeSampleApps(config.appsDir);
         service = std::make_shared<AgentService>(config, platform, exits.function());
         auto [a, b] = socketPair();
         agentEnd = std::make_shared<ControlChannel>(std::make_shared<WireConnection>(a, "agent"));

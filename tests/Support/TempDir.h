@@ -5,6 +5,7 @@
 #include <string>
 
 #include "Support/TestPaths.h"
+#include "TslCore/Support/HomeDirectory.h"
 
 namespace tsl::test {
 
@@ -34,8 +35,7 @@ public:
         std::string build = std::filesystem::weakly_canonical(binaryDir(), ec).string();
         for (std::string shared : {"/tmp", "/var/tmp", "/private/tmp", "/private/var/tmp", "/Users/Shared"}) {
             if (build != shared && !build.starts_with(shared + "/")) continue;
-            const char* home = std::getenv("HOME");
-            auto cache = std::filesystem::path(home && *home ? home : "/root") / ".cache" / "tessel-tests";
+            auto cache = std::filesystem::path(homeDirectory()) / ".cache" / "tessel-tests";
             std::filesystem::create_directories(cache);
             return cache.string();
         }

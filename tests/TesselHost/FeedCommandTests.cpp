@@ -74,17 +74,18 @@ TEST(TesselFeed, KeygenSignAndVerifyAgree) {
     EXPECT_EQ(ok.status, 0) << ok.err;
     EXPECT_EQ(ok.out, "2 entries, updated 2026-11-01\n");
 
-    EXPECT_EQ(verify("http://feed.example/compat/v1.json", signature).err, "refused: notHTTPS\n");
-    EXPECT_EQ(verify("https://feed.example/compat/v1.json", signature + "=").err, "refused: badSignature\n");
+    EXPECT_EQ(verify("http://feed.example/compat/v1.json", signature).err, "tessel feed verify: refused: notHTTPS\n");
+    EXPECT_EQ(verify("https://feed.example/compat/v1.json", signature + "=").err,
+              "tessel feed verify: refused: badSignature\n");
     auto missing = runTessel({"feed", "verify", k.body, "--url", "https://x/", "--keys", k.keys});
     EXPECT_EQ(missing.status, 1);
-    EXPECT_EQ(missing.err, "refused: badSignature\n");
+    EXPECT_EQ(missing.err, "tessel feed verify: refused: badSignature\n");
 
     writeFile(k.dir / "large.json", std::string(CompatUpdater::maxBytes + 1, ' '));
     auto large = runTessel({"feed", "verify", k.dir / "large.json", "--url", "https://x/", "--signature", "main.AAAA",
                             "--keys", k.keys});
     EXPECT_EQ(large.status, 1);
-    EXPECT_EQ(large.err, "refused: tooLarge\n");
+    EXPECT_EQ(large.err, "tessel feed verify: refused: tooLarge\n");
 
     writeFile(k.dir / "v2.json", R"({"schema":2,"apps":[]})");
     auto v2 = runTessel({"feed", "verify", k.dir / "v2.json", "--url", "https://x/", "--signature",
@@ -96,7 +97,7 @@ TEST(TesselFeed, KeygenSignAndVerifyAgree) {
     auto junk = runTessel({"feed", "verify", k.dir / "junk.json", "--url", "https://x/", "--signature",
                            k.sign(k.dir / "junk.json"), "--keys", k.keys});
     EXPECT_EQ(junk.status, 1);
-    EXPECT_TRUE(junk.err.starts_with("refused: decoding: ")) << junk.err;
+    EXPECT_TRUE(junk.err.starts_with("tessel feed verify: refused: decoding: ")) << junk.err;
 
     EXPECT_EQ(runTessel({"feed", "verify", k.body, "--keys", k.keys}).status, 2);
     EXPECT_EQ(runTessel({"feed", "frobnicate"}).status, 2);
@@ -150,7 +151,7 @@ TEST(TesselFeed, FetchTakesOnlyHTTPSAndNeverReadsPastTheLimit) {
     EXPECT_EQ(fetch("/to-https").status, 0);
     EXPECT_EQ(fetch("/compat/v1.json", {"--signature-url", base + "/signature"}).status, 0);
     auto wrongSignature = fetch("/compat/v1.json", {"--signature", "main.AAAA"});
-    EXPECT_EQ(wrongSignature.err, "refused: badSignature\n");
+    EXPECT_EQ(wrongSignature.err, "tessel feed fetch: refused: badSignature\n");
 
     auto toHTTP = fetch("/to-http");
     EXPECT_EQ(toHTTP.status, 1);
@@ -158,7 +159,7 @@ TEST(TesselFeed, FetchTakesOnlyHTTPSAndNeverReadsPastTheLimit) {
 
     auto huge = fetch("/huge");
     EXPECT_EQ(huge.status, 1);
-    EXPECT_EQ(huge.err, "refused: tooLarge\n");
+    EXPECT_EQ(huge.err, "tessel feed fetch: refused: tooLarge\n");
     ASSERT_TRUE(server.waitForOutput("sent /huge ")) << server.standardOutput();
     const std::string& log = server.standardOutput();
     const size_t at = log.find("sent /huge ") + 11;
@@ -167,12 +168,12 @@ TEST(TesselFeed, FetchTakesOnlyHTTPSAndNeverReadsPastTheLimit) {
     EXPECT_LT(sent, 64ull << 20);
 
     auto announced = fetch("/huge-announced");
-    EXPECT_EQ(announced.err, "refused: tooLarge\n");
+    EXPECT_EQ(announced.err, "tessel feed fetch: refused: tooLarge\n");
 
     // Without the run's certificate the server isn't trusted.
     auto untrusted = runTessel({"feed", "fetch", base + "/compat/v1.json", "--keys", k.keys});
     EXPECT_EQ(untrusted.status, 1);
     EXPECT_TRUE(untrusted.err.starts_with("tessel feed fetch: download failed")) << untrusted.err;
     EXPECT_EQ(runTessel({"feed", "fetch", "http://127.0.0.1:" + port + "/compat/v1.json", "--keys", k.keys}).err,
-              "refused: notHTTPS\n");
+              "tessel feed fetch: refused: notHTTPS\n");
 }

@@ -27,17 +27,20 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// The results stay; the simulated guest's folders don't.
 bool noSimulationLeft(const fs::path& home) {
-    fs::path cache = home / ".cache" / "tessel";
-    return !fs::exists(cache) || fs::is_empty(cache);
+    std::error_code ec;
+    for (const auto& entry : fs::directory_iterator(home / ".cache" / "tessel", ec))
+        if (entry.path().filename() != "sim-results") return false;
+    return true;
 }
 
-TEST(SimCommand, HeadlessRunMeasuresAndLeavesNothingBehind) {
+TEST(SimCommand, HeadlessRunMeasuresIntoTheUsersCacheAndLeavesNothingElse) {
     TempDir home(TempDir::simulationBase());
-    auto out = home / "results";
-    ChildProcess sim("/usr/bin/env", {"HOME=" + home.path().string(), tesselExecutable(), "sim", "--headless",
-                                      "--measure", "6", "--duration", "1", "--fps", "30", "--out", out.string(),
-                                      "--json", "--agent", agentExecutable()});
+    auto out = home / ".cache" / "tessel" / "sim-results";
+    ChildProcess sim("/usr/bin/env",
+                     {"HOME=" + home.path().string(), tesselExecutable(), "sim", "--headless", "--measure", "6",
+                      "--duration", "1", "--fps", "30", "--json", "--agent", agentExecutable()});
     ASSERT_EQ(sim.wait(std::chrono::seconds(60)), 0) << sim.standardError();
     auto summary = nlohmann::json::parse(sim.standardOutput());
     EXPECT_EQ(summary["roundTrips"], 6);
@@ -58,10 +61,25 @@ TEST(SimCommand, HeadlessRunMeasuresAndLeavesNothingBehind) {
         EXPECT_TRUE(fs::exists(out / name)) << name;
     EXPECT_EQ(readFile(out / "sim-latency.csv").substr(0, 23), "round_trip,milliseconds");
     EXPECT_NE(readFile(out / "sim-summary.txt").find("input-to-pixel p50 / floor"), std::string::npos);
+    const std::string chart = readFile(out / "sim-chart.svg");
+    for (const char* unit : {">milliseconds<", ">round trips<", ">seconds<", ">frames<"})
+        EXPECT_NE(chart.find(unit), std::string::npos) << unit;
     EXPECT_TRUE(noSimulationLeft(home.path()));
 
     auto usage = runTessel({"sim", "--fps", "500"});
     EXPECT_EQ(usage.status, 2);
+}
+
+TEST(SimCommand, ResultsInAFolderWhoseNameIsNotUtf8AreStillReportedAsJSON) {
+    TempDir home(TempDir::simulationBase());
+    const std::string out = (home / "results-\xff\xfe").string();
+    ChildProcess sim("/usr/bin/env",
+                     {"HOME=" + home.path().string(), tesselExecutable(), "sim", "--headless", "--measure", "1",
+                      "--duration", "0.5", "--out", out, "--json", "--agent", agentExecutable()});
+    ASSERT_EQ(sim.wait(std::chrono::seconds(60)), 0) << sim.standardError();
+    const auto summary = nlohmann::json::parse(sim.standardOutput());
+    EXPECT_EQ(summary["files"][0], (home / "results-\ufffd\ufffd" / "sim-latency.csv").string());
+    EXPECT_TRUE(fs::exists(fs::path(out) / "sim-latency.csv"));
 }
 
 // An X server of our own, for as long as the test runs.

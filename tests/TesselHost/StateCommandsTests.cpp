@@ -87,19 +87,23 @@ TEST(TesselState, ShowPrintsTheOutcomeAndTheStateInItsFileForm) {
     EXPECT_EQ(run.status, 0) << "a missing file is no damage";
 }
 
-TEST(TesselState, CheckFailsOnDamageAndSaysWhereTheFileWent) {
+TEST(TesselState, ShowAndCheckReportDamageAndLeaveTheFileAsItIs) {
     TempDir dir;
     const auto file = (dir / "state.json").string();
     writeFile(file, "{\"onboardingDone\": tru");
-    auto run = runTessel({"state", "check", "--file", file, "--json"});
+    for (const char* command : {"show", "check"}) {
+        auto run = runTessel({"state", command, "--state", file, "--json"});
+        EXPECT_EQ(run.status, 1) << command;
+        EXPECT_EQ(run.parsed().at("outcome"), "damaged") << command;
+        EXPECT_FALSE(run.parsed().contains("state")) << command;
+        EXPECT_EQ(readFile(file), "{\"onboardingDone\": tru") << command;
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1) << command << " moved it";
+    }
+    auto run = runTessel({"beta", "--state", file});
     EXPECT_EQ(run.status, 1);
-    const json result = run.parsed();
-    EXPECT_EQ(result.at("outcome"), "damaged");
-    const std::string moved = result.at("movedTo");
-    EXPECT_TRUE(moved.starts_with((dir / "state.unreadable-").string())) << moved;
-    EXPECT_EQ(readFile(moved), "{\"onboardingDone\": tru");
-    EXPECT_FALSE(entryExists(file));
+    EXPECT_EQ(run.err, "tessel beta: " + file + ": damaged; left as it is\n");
 
+    std::filesystem::remove(file);
     std::filesystem::create_directories(file);
     run = runTessel({"state", "check", "--file", file});
     EXPECT_EQ(run.status, 1);

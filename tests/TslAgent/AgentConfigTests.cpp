@@ -333,27 +333,6 @@ TEST(AgentConfig, PrivateIPv4) {
     }
 }
 
-TEST(AgentConfig, GatewayFromRouteOutput) {
-    const std::string output =
-        "   route to: default\n"
-        "destination: default\n"
-        "       mask: default\n"
-        "    gateway: 192.168.64.1\n"
-        "  interface: en0\n"
-        "      flags: <UP,GATEWAY,DONE,STATIC,PRCLONING,GLOBAL>\n"
-        " recvpipe  sendpipe  ssthresh  rtt,msec    rttvar  hopcount      mtu     expire\n"
-        "       0         0         0         0         0         0      1500         0\n";
-    EXPECT_EQ(AgentConfig::gatewayFromRouteOutput(output), "192.168.64.1");
-    EXPECT_EQ(AgentConfig::gatewayFromRouteOutput("\tgateway\t:\t10.0.0.1 \t"), "10.0.0.1");
-    EXPECT_EQ(AgentConfig::gatewayFromRouteOutput("gateway: fe80::1%en0\n"), "fe80::1%en0");
-    EXPECT_EQ(AgentConfig::gatewayFromRouteOutput("gateway: 10.0.0.1\ngateway: 10.0.0.2\n"), "10.0.0.1");
-    EXPECT_EQ(AgentConfig::gatewayFromRouteOutput("gateway:\ngateway: 10.0.0.2"), "10.0.0.2");
-    for (const char* text : {"", "\n\n", "route to: default\n", "gateways: 10.0.0.1", "gate way: 10.0.0.1",
-                             "gateway 10.0.0.1"}) {
-        EXPECT_EQ(AgentConfig::gatewayFromRouteOutput(text), std::nullopt) << text;
-    }
-}
-
 TEST(AgentConfig, DefaultGatewayLeavesNoChildOrDescriptorBehind) {
     auto countDescriptors = [] {
         int n = 0;

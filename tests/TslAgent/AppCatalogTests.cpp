@@ -5,13 +5,13 @@
 #include <unistd.h>
 
 #include "Platform/Sim/Desktop.h"
-#include "Platform/Sim/SampleApps.h"
 #include "Support/AgentTestSupport.h"
 #include "Support/Errors.h"
 #include "Support/SimSupport.h"
 #include "Support/TempDir.h"
 #include "TslAgent/AppCatalog.h"
 #include "TslAgent/GuestDocuments.h"
+#include "TslStream/Agent/SampleApps.h"
 
 using namespace tsl;
 using namespace tsl::test;
@@ -224,9 +224,9 @@ TEST(GuestDocuments, PanelsMoveOnlyFromTheDefaultFolders) {
 
 TEST(AppCatalog, SampleApplicationsLaunchByIdentifier) {
     Guest g;
-    ASSERT_TRUE(Sim::placeSampleApps(g.apps));
+    ASSERT_TRUE(placeSampleApps(g.apps));
     writeFile(g.apps / "Tsl Scratchpad.app" / "Contents" / "Marker", "kept");
-    ASSERT_TRUE(Sim::placeSampleApps(g.apps));  // what stands there stays
+    ASSERT_TRUE(placeSampleApps(g.apps));  // what stands there stays
     EXPECT_EQ(readFile(g.apps / "Tsl Scratchpad.app" / "Contents" / "Marker"), "kept");
 
     auto apps = AppCatalog::list(g.apps, *g.workspace);

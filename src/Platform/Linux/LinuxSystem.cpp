@@ -10,9 +10,8 @@
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 
+#include "TslCore/Support/BoundedFile.h"
 #include "TslCore/Support/HomeDirectory.h"
 
 extern char** environ;
@@ -26,9 +25,9 @@ std::optional<int64_t> LinuxSystem::sysctlInteger(const std::string& name) {
     for (char& c : relative) {
         if (c == '.') c = '/';
     }
-    std::ifstream in("/proc/sys/" + relative);
-    if (!in) return std::nullopt;
-    std::string text((std::istreambuf_iterator<char>(in)), {});
+    auto read = BoundedFile::bytesOf("/proc/sys/" + relative, 4096);
+    if (!read) return std::nullopt;
+    std::string& text = *read;
     while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
     int64_t value = 0;
     auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);

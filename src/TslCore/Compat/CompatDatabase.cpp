@@ -7,6 +7,7 @@
 
 #include "TslCore/Compat/CompatError.h"
 #include "TslCore/Compat/VersionNumber.h"
+#include "TslCore/Support/JSONInteger.h"
 #include "TslCore/Support/UnicodeText.h"
 
 namespace tsl {
@@ -41,17 +42,8 @@ std::optional<std::string> optionalString(const json& object, const char* key) {
 }
 
 int64_t requiredInteger(const json& object, const char* key) {
-    const json& value = required(object, key);
-    if (value.is_number_integer()) {
-        if (value.is_number_unsigned() && value.get<uint64_t>() > uint64_t(std::numeric_limits<int64_t>::max()))
-            fail(std::string("\"") + key + "\" is out of range");
-        return value.get<int64_t>();
-    }
-    if (value.is_number_float()) {
-        const double d = value.get<double>();
-        if (std::trunc(d) == d && d >= -9.2e18 && d <= 9.2e18) return static_cast<int64_t>(d);
-    }
-    fail(std::string("\"") + key + "\" is not an integer");
+    if (const auto value = jsonInteger<int64_t>(required(object, key))) return *value;
+    fail(std::string("\"") + key + "\" is not a 64-bit integer");
 }
 
 CompatDatabase::Status requiredStatus(const json& object) {

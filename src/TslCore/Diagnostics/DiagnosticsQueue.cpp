@@ -6,13 +6,12 @@
 
 #include <cerrno>
 #include <chrono>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "TslCore/Diagnostics/DiagnosticsGuard.h"
 #include "TslCore/Diagnostics/DiagnosticsSanitizer.h"
 #include "TslCore/Support/AtomicFile.h"
+#include "TslCore/Support/BoundedFile.h"
 #include "TslCore/Support/JSONInteger.h"
 
 namespace tsl {
@@ -26,11 +25,13 @@ constexpr const char* eventsFile = "events.json";
 constexpr const char* batchFile = "batch.json";
 constexpr const char* reportsFile = "reports.json";
 
+// Far above a full queue (its events are bounded in count and size).
+constexpr size_t queueFileLimit = 16 << 20;
+
 std::optional<json> readJSON(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return std::nullopt;
-    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    json value = json::parse(text, nullptr, false);
+    const auto text = BoundedFile::bytesOf(path, queueFileLimit);
+    if (!text) return std::nullopt;
+    json value = json::parse(*text, nullptr, false);
     if (value.is_discarded()) return std::nullopt;
     return value;
 }

@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "TslCore/Diagnostics/SchemaNode.h"
+#include "TslCore/Support/JSONInteger.h"
 
 namespace tsl {
 
@@ -74,10 +75,13 @@ void from_json(const json& j, ProblemReport& v) {
     v.category = ProblemReport::Category(i);
     j.at("text").get_to(v.text);
     j.at("app").get_to(v.app);
-    if (auto d = j.find("diagnostics"); d != j.end() && !d->is_null())
-        v.diagnostics = ProblemReport::Diagnostics{d->at("schema").get<int64_t>(),
-                                                   d->at("events").get<std::vector<DiagnosticEvent>>()};
-    else v.diagnostics.reset();
+    if (auto d = j.find("diagnostics"); d != j.end() && !d->is_null()) {
+        const auto schema = jsonInteger<int64_t>(d->at("schema"));
+        if (!schema) throw std::invalid_argument("diagnostics.schema is not an integer");
+        v.diagnostics = ProblemReport::Diagnostics{*schema, d->at("events").get<std::vector<DiagnosticEvent>>()};
+    } else {
+        v.diagnostics.reset();
+    }
 }
 
 }  // namespace tsl

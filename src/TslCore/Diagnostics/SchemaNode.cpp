@@ -165,11 +165,10 @@ std::optional<std::string> typeText(const json* value) {
 namespace SchemaJSON {
 
 std::optional<int64_t> integer(const json& value) {
-    if (!value.is_number() || value.is_boolean()) return std::nullopt;
-    const double d = value.get<double>();
-    if (!std::isfinite(d) || d != std::trunc(d) || std::fabs(d) >= 9e15) return std::nullopt;
-    if (value.is_number_integer()) return value.get<int64_t>();
-    return int64_t(d);
+    // Within what a double holds exactly, so that every sender's language agrees.
+    const auto v = jsonInteger<int64_t>(value);
+    if (!v || *v >= int64_t(9e15) || *v <= -int64_t(9e15)) return std::nullopt;
+    return v;
 }
 
 size_t scalarCount(std::string_view text) {

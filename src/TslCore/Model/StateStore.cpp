@@ -11,9 +11,9 @@
 
 #include "TslCore/Model/StateJSON.h"
 #include "TslCore/Support/AtomicFile.h"
+#include "TslCore/Support/BoundedFile.h"
 #include "TslCore/Support/Error.h"
 #include "TslCore/Support/HomeDirectory.h"
-#include "TslCore/Support/UniqueFd.h"
 
 namespace tsl {
 namespace {
@@ -24,26 +24,8 @@ namespace fs = std::filesystem;
     throw Error("cannot create the folder " + folder.string() + ": " + std::strerror(error));
 }
 
-struct FileContents {
-    std::string bytes;
-    struct stat identity {};
-};
-
-// The whole file; an errno on failure.
-int readWhole(const fs::path& path, FileContents& into) {
-    UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!fd || ::fstat(fd.get(), &into.identity) != 0) return errno;
-    char buffer[65536];
-    for (;;) {
-        const ssize_t n = ::read(fd.get(), buffer, sizeof buffer);
-        if (n == 0) return 0;
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return errno;
-        }
-        into.bytes.append(buffer, size_t(n));
-    }
-}
+// Far above any state the product writes; a file past it is not ours.
+constexpr size_t stateFileLimit = 8 << 20;
 
 // Renames without replacing anything already at `to`.
 bool renameExclusive(const fs::path& from, const fs::path& to) {
@@ -58,11 +40,10 @@ bool renameExclusive(const fs::path& from, const fs::path& to) {
 // Moves a damaged file aside, unless the file at `url` is no longer the one
 // that was read (a save came in between). A name already taken, by an
 // earlier damage in the same second, gets a count rather than being replaced.
-std::optional<fs::path> moveAside(const fs::path& url, const FileContents& read,
+std::optional<fs::path> moveAside(const fs::path& url, const BoundedFile& read,
                                   std::chrono::system_clock::time_point now) {
     struct stat current {};
-    if (::stat(url.c_str(), &current) != 0 || current.st_dev != read.identity.st_dev ||
-        current.st_ino != read.identity.st_ino)
+    if (::stat(url.c_str(), &current) != 0 || current.st_dev != read.device || current.st_ino != read.inode)
         return std::nullopt;
     const auto seconds = std::chrono::floor<std::chrono::seconds>(now.time_since_epoch()).count();
     const std::string stem = "state.unreadable-" + std::to_string(seconds);
@@ -108,13 +89,26 @@ StateStore StateStore::defaultStore(bool simulation) {
 }
 
 StateStore::Loaded StateStore::loadReporting(std::chrono::system_clock::time_point now) const {
+    BoundedFile file;
+    Loaded result = read(file);
+    if (result.outcome == LoadOutcome::damaged) result.movedTo = moveAside(url, file, now);
+    return result;
+}
+
+StateStore::Loaded StateStore::inspect() const {
+    BoundedFile file;
+    return read(file);
+}
+
+StateStore::Loaded StateStore::read(BoundedFile& file) const {
     Loaded result;
-    FileContents file;
-    if (const int error = readWhole(url, file)) {
-        result.failure = std::error_code(error, std::generic_category());
+    try {
+        file = BoundedFile::read(url, stateFileLimit);
+    } catch (const FileReadError& e) {
+        result.failure = e.code();
         struct stat st {};
-        result.outcome =
-            error != ENOENT && ::stat(url.c_str(), &st) == 0 ? LoadOutcome::readError : LoadOutcome::missing;
+        const bool there = e.code() != std::errc::no_such_file_or_directory && ::stat(url.c_str(), &st) == 0;
+        result.outcome = there ? LoadOutcome::readError : LoadOutcome::missing;
         return result;
     }
     if (auto state = StateJSON::decodeState(file.bytes)) {
@@ -123,7 +117,6 @@ StateStore::Loaded StateStore::loadReporting(std::chrono::system_clock::time_poi
         return result;
     }
     result.outcome = LoadOutcome::damaged;
-    result.movedTo = moveAside(url, file, now);
     return result;
 }
 

@@ -10,6 +10,8 @@
 
 namespace tsl {
 
+struct BoundedFile;
+
 // The state file. Holds nothing but its location: every load and save works
 // on what is on disk at that moment.
 struct StateStore {
@@ -38,11 +40,18 @@ struct StateStore {
     // and the default state is returned.
     Loaded loadReporting(std::chrono::system_clock::time_point now = std::chrono::system_clock::now()) const;
 
+    // What a load would find, with the file left exactly as it is: for
+    // commands that show or check a file the user names.
+    Loaded inspect() const;
+
     // Writes the whole state atomically and durably (writeFileAtomically), so
     // that a reader, or a crash, sees the old file or the new one; the file is
     // owner-only, and so are the folders made for it (0700). Throws Error with
     // the system's reason; the old file is then intact.
     void save(const PersistedState& state) const;
+
+private:
+    Loaded read(BoundedFile& file) const;
 };
 
 std::string_view toString(StateStore::LoadOutcome outcome);

@@ -1,53 +1,31 @@
 #include "TslCore/Scanner/AppBundleInfo.h"
 
-#include <fcntl.h>
 #include <plist/plist.h>
-#include <sys/stat.h>
 
-#include <cerrno>
 #include <memory>
 #include <string_view>
 
 #include "TslCore/Scanner/MachO.h"
 #include "TslCore/Scanner/PlistDepth.h"
-#include "TslCore/Support/Bytes.h"
+#include "TslCore/Support/BoundedFile.h"
 #include "TslCore/Support/PathNames.h"
 #include "TslCore/Support/Utf8.h"
-#include "TslCore/Support/UniqueFd.h"
 
 namespace tsl {
 namespace {
 
 // Far above any real Info.plist; a larger file is treated as unreadable
 // rather than loaded.
-constexpr off_t maxInfoPlistBytes = 8 << 20;
+constexpr size_t maxInfoPlistBytes = 8 << 20;
 
 using PlistPtr = std::unique_ptr<std::remove_pointer_t<plist_t>, decltype(&plist_free)>;
-
-// The file's bytes, or nothing when it isn't a readable regular file.
-std::optional<Bytes> readSmallFile(const std::string& path) {
-    // O_NONBLOCK: a pipe in place of the file must not hang the read.
-    UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    struct stat st {};
-    if (!fd || ::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_size > maxInfoPlistBytes)
-        return std::nullopt;
-    Bytes data(static_cast<size_t>(st.st_size));
-    size_t have = 0;
-    while (have < data.size()) {
-        const ssize_t n = ::read(fd.get(), data.data() + have, data.size() - have);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        have += static_cast<size_t>(n);
-    }
-    data.resize(have);
-    return data;
-}
 
 // The Info.plist's root dictionary, or nothing when it can't be had.
 PlistPtr readInfoPlist(const std::string& bundle) {
     PlistPtr root(nullptr, &plist_free);
-    const auto data = readSmallFile(PathNames::appending(bundle, "Contents/Info.plist"));
-    if (!data || data->empty() || !PlistDepth::within(*data)) return root;
+    const auto data = BoundedFile::bytesOf(PathNames::appending(bundle, "Contents/Info.plist"), maxInfoPlistBytes);
+    if (!data || data->empty()) return root;
+    if (!PlistDepth::within({reinterpret_cast<const uint8_t*>(data->data()), data->size()})) return root;
     plist_t parsed = nullptr;
     plist_from_memory(reinterpret_cast<const char*>(data->data()), static_cast<uint32_t>(data->size()), &parsed);
     root.reset(parsed);

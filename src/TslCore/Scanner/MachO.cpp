@@ -8,9 +8,10 @@
 #include <string_view>
 #include <system_error>
 
+#include "TslCore/Support/ByteSpan.h"
 #include "TslCore/Support/Bytes.h"
-#include "TslCore/Support/Utf8.h"
 #include "TslCore/Support/UniqueFd.h"
+#include "TslCore/Support/Utf8.h"
 
 namespace tsl {
 
@@ -44,28 +45,18 @@ constexpr uint32_t lcLazyLoadDylib = 0x20;
 constexpr uint32_t lcLoadUpwardDylib = 0x80000023;
 constexpr uint32_t dylibCommandSize = 24;
 
-// Bounds-checked reads: nothing when the field doesn't lie wholly in `bytes`.
-std::optional<uint64_t> readUInt(std::span<const uint8_t> bytes, uint64_t offset, size_t width, bool bigEndian) {
-    if (offset > bytes.size() || bytes.size() - offset < width) return std::nullopt;
-    uint64_t value = 0;
-    for (size_t i = 0; i < width; ++i) {
-        const uint64_t b = bytes[static_cast<size_t>(offset) + i];
-        value |= bigEndian ? b << (8 * (width - 1 - i)) : b << (8 * i);
-    }
-    return value;
-}
 std::optional<uint32_t> be32(std::span<const uint8_t> bytes, uint64_t offset) {
-    const auto v = readUInt(bytes, offset, 4, true);
+    const auto v = ByteSpan::uintAt(bytes, offset, 4, Endian::big);
     return v ? std::optional<uint32_t>(static_cast<uint32_t>(*v)) : std::nullopt;
 }
 std::optional<uint32_t> le32(std::span<const uint8_t> bytes, uint64_t offset) {
-    const auto v = readUInt(bytes, offset, 4, false);
+    const auto v = ByteSpan::uintAt(bytes, offset, 4, Endian::little);
     return v ? std::optional<uint32_t>(static_cast<uint32_t>(*v)) : std::nullopt;
 }
 
-MachOArch archAt(std::span<const uint8_t> bytes, uint64_t offset, bool bigEndian) {
-    const auto type = readUInt(bytes, offset, 4, bigEndian).value_or(0);
-    const auto subtype = readUInt(bytes, offset + 4, 4, bigEndian).value_or(0);
+MachOArch archAt(std::span<const uint8_t> bytes, uint64_t offset, Endian endian) {
+    const auto type = ByteSpan::uintAt(bytes, offset, 4, endian).value_or(0);
+    const auto subtype = ByteSpan::uintAt(bytes, offset + 4, 4, endian).value_or(0);
     return MachOArch::fromCPU(static_cast<int32_t>(static_cast<uint32_t>(type)),
                               static_cast<int32_t>(static_cast<uint32_t>(subtype)));
 }
@@ -114,15 +105,15 @@ std::vector<MachOArch> archs(std::span<const uint8_t> data) {
         if (bytes.size() < 8 + entrySize * count) throw MachOError::truncated();
         std::vector<MachOArch> result;
         result.reserve(count);
-        for (uint64_t i = 0; i < count; ++i) result.push_back(archAt(bytes, 8 + entrySize * i, true));
+        for (uint64_t i = 0; i < count; ++i) result.push_back(archAt(bytes, 8 + entrySize * i, Endian::big));
         return result;
     }
     if (bytes.size() < 12) throw MachOError::truncated();
     switch (*le32(bytes, 0)) {
         case magic32:
-        case magic64: return {archAt(bytes, 4, false)};
+        case magic64: return {archAt(bytes, 4, Endian::little)};
         case cigam32:
-        case cigam64: return {archAt(bytes, 4, true)};
+        case cigam64: return {archAt(bytes, 4, Endian::big)};
         default: throw MachOError::notMachO();
     }
 }
@@ -143,8 +134,8 @@ std::optional<uint64_t> preferredSliceOffset(std::span<const uint8_t> bytes, boo
     std::optional<uint64_t> fallback;
     for (uint64_t i = 0; i < *count; ++i) {
         const uint64_t entry = 8 + entrySize * i;
-        const MachOArch arch = archAt(bytes, entry, true);
-        const uint64_t offset = *readUInt(bytes, entry + 8, fat64 ? 8 : 4, true);
+        const MachOArch arch = archAt(bytes, entry, Endian::big);
+        const uint64_t offset = *ByteSpan::uintAt(bytes, entry + 8, fat64 ? 8 : 4, Endian::big);
         if (arch.isIntel64()) return offset;
         if (!fallback && (arch == MachOArch::i386 || arch.isAppleSilicon())) fallback = offset;
     }

@@ -4,6 +4,8 @@
 #include <string_view>
 #include <vector>
 
+#include "TslCore/Support/ByteSpan.h"
+
 namespace tsl::PlistDepth {
 namespace {
 
@@ -41,10 +43,34 @@ bool xmlWithin(std::string_view text, size_t maxDepth) {
     return true;
 }
 
-uint64_t bigEndian(std::span<const uint8_t> bytes) {
-    uint64_t v = 0;
-    for (uint8_t b : bytes) v = v << 8 | b;
-    return v;
+// The last 32 bytes of a binary property list: how to find its objects.
+struct Trailer {
+    static constexpr size_t size = 32;
+    size_t offsetSize = 0;  // bytes per entry of the offset table
+    size_t refSize = 0;     // bytes per object reference
+    uint64_t objectCount = 0;
+    uint64_t topObject = 0;
+    uint64_t offsetTableAt = 0;
+
+    static Trailer of(std::span<const uint8_t> data) {
+        const auto t = data.last(size);
+        const auto field = [&t](size_t at, size_t width) { return *ByteSpan::uintAt(t, at, width, Endian::big); };
+        return {size_t(t[6]), size_t(t[7]), field(8, 8), field(16, 8), field(24, 8)};
+    }
+};
+
+// An object's marker byte: its kind in the high half, a count in the low.
+struct Marker {
+    static constexpr uint8_t array = 0xA, set = 0xB, orderedSet = 0xC, dict = 0xD, integer = 0x1;
+    static constexpr uint8_t countFollows = 0x0F;  // the count is an integer object after the marker
+    uint8_t kind, count;
+    explicit Marker(uint8_t byte) : kind(byte >> 4), count(byte & 0x0F) {}
+    bool isContainer() const { return kind == array || kind == set || kind == orderedSet || kind == dict; }
+};
+
+// Past the end reads as a value no check lets through.
+uint64_t bigEndian(std::span<const uint8_t> bytes, size_t at, size_t width) {
+    return ByteSpan::uintAt(bytes, at, width, Endian::big).value_or(UINT64_MAX);
 }
 
 // A list whose shared members, copied out, would make more nodes than this
@@ -55,21 +81,16 @@ constexpr uint64_t maxExpandedNodes = 1u << 20;
 // Walks the object graph from the top object without recursion: the depth of
 // a container is one more than its deepest member's.
 bool binaryWithin(std::span<const uint8_t> data, size_t maxDepth) {
-    constexpr size_t headerSize = 8, trailerSize = 32;
-    if (data.size() < headerSize + trailerSize) return true;  // too short to parse at all
-    auto trailer = data.last(trailerSize);
-    const size_t offsetSize = trailer[6];
-    const size_t refSize = trailer[7];
-    const uint64_t objectCount = bigEndian(trailer.subspan(8, 8));
-    const uint64_t top = bigEndian(trailer.subspan(16, 8));
-    const uint64_t tableAt = bigEndian(trailer.subspan(24, 8));
+    constexpr size_t headerSize = 8;
+    if (data.size() < headerSize + Trailer::size) return true;  // too short to parse at all
+    const Trailer trailer = Trailer::of(data);
+    const size_t offsetSize = trailer.offsetSize, refSize = trailer.refSize;
+    const uint64_t objectCount = trailer.objectCount, top = trailer.topObject, tableAt = trailer.offsetTableAt;
     if (offsetSize < 1 || offsetSize > 8 || refSize < 1 || refSize > 8 || top >= objectCount ||
         tableAt >= data.size() || objectCount > (data.size() - tableAt) / offsetSize)
         return false;
 
-    auto offsetOf = [&](uint64_t object) {
-        return bigEndian(data.subspan(size_t(tableAt + object * offsetSize), offsetSize));
-    };
+    auto offsetOf = [&](uint64_t object) { return bigEndian(data, size_t(tableAt + object * offsetSize), offsetSize); };
     // The member references of a container, or an empty span for anything
     // else; nothing at all when the object runs out of bounds.
     struct Members {
@@ -79,19 +100,19 @@ bool binaryWithin(std::span<const uint8_t> data, size_t maxDepth) {
     auto membersOf = [&](uint64_t object) -> Members {
         uint64_t at = offsetOf(object);
         if (at >= data.size()) return {false, {}};
-        const uint8_t marker = data[size_t(at)];
-        const uint8_t kind = marker >> 4;
-        if (kind != 0xA && kind != 0xB && kind != 0xC && kind != 0xD) return {};
-        uint64_t count = marker & 0x0F;
+        const Marker marker(data[size_t(at)]);
+        if (!marker.isContainer()) return {};
+        uint64_t count = marker.count;
         ++at;
-        if (count == 0x0F) {
-            if (at >= data.size() || (data[size_t(at)] >> 4) != 0x1) return {false, {}};
-            const size_t width = size_t(1) << (data[size_t(at)] & 0x0F);
-            if (width > 8 || at + 1 + width > data.size()) return {false, {}};
-            count = bigEndian(data.subspan(size_t(at + 1), width));
+        if (count == Marker::countFollows) {
+            if (at >= data.size() || Marker(data[size_t(at)]).kind != Marker::integer) return {false, {}};
+            const size_t width = size_t(1) << Marker(data[size_t(at)]).count;
+            const auto counted = ByteSpan::uintAt(data, at + 1, width, Endian::big);
+            if (!counted) return {false, {}};
+            count = *counted;
             at += 1 + width;
         }
-        const uint64_t refCount = kind == 0xD ? count * 2 : count;
+        const uint64_t refCount = marker.kind == Marker::dict ? count * 2 : count;  // keys, then values
         if (count > data.size() || refCount > (data.size() - at) / refSize) return {false, {}};
         return {true, data.subspan(size_t(at), size_t(refCount * refSize))};
     };
@@ -133,7 +154,7 @@ bool binaryWithin(std::span<const uint8_t> data, size_t maxDepth) {
             if (parent.height > maxDepth || parent.nodes > maxExpandedNodes) return false;
             continue;
         }
-        const uint64_t member = bigEndian(frame.refs.first(refSize));
+        const uint64_t member = bigEndian(frame.refs, 0, refSize);
         frame.refs = frame.refs.subspan(refSize);
         if (member >= objectCount || state[size_t(member)] == open) return false;
         if (state[size_t(member)] == unseen) {

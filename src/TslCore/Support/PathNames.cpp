@@ -20,8 +20,13 @@ std::string currentDirectory() {
 
 }  // namespace
 
+std::string absolutePath(std::string_view path) {
+    if (path.starts_with('/')) return std::string(path);
+    return path.empty() ? currentDirectory() : appending(currentDirectory(), path);
+}
+
 std::string standardizedPath(std::string_view path) {
-    std::string absolute = path.starts_with('/') ? std::string(path) : appending(currentDirectory(), path);
+    const std::string absolute = absolutePath(path);
     std::vector<std::string_view> parts;
     std::string_view rest = absolute;
     while (!rest.empty()) {

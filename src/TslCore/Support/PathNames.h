@@ -3,9 +3,14 @@
 #include <string_view>
 
 // Lexical path helpers with the file-URL meanings the rest of the code
-// relies on. None of them touches the file system except standardizedPath,
-// which reads the current directory for a relative path.
+// relies on. None of them touches the file system except absolutePath and
+// standardizedPath, which read the current directory for a relative path.
+// Resolving links is PhysicalPath's.
 namespace tsl::PathNames {
+
+// Absolute from the working directory, otherwise as written: nothing folded,
+// a trailing "/" kept ("" is the working directory itself).
+std::string absolutePath(std::string_view path);
 
 // Absolute, with "." and ".." folded and repeated or trailing "/" removed.
 // No link is resolved.

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <span>
 
+#include "TslCore/Support/ByteSpan.h"
 #include "TslCore/Support/Bytes.h"
 
 namespace tsl {
@@ -53,10 +54,9 @@ struct ByteReader {
 private:
     const uint8_t* take(int64_t n);
     uint64_t get(int width) {
-        const uint8_t* p = take(width);
-        uint64_t v = 0;
-        for (int i = 0; i < width; ++i) v |= uint64_t(p[i]) << (8 * i);
-        return v;
+        const int64_t at = offset;
+        take(width);
+        return *ByteSpan::uintAt(bytes, uint64_t(at), size_t(width), Endian::little);
     }
 };
 

@@ -8,6 +8,7 @@
 #include "TslCore/Migration/SafePaths.h"
 #include "TslCore/Support/Localized.h"
 #include "TslCore/Support/TesselVersion.h"
+#include "TslStream/Agent/SampleApps.h"
 #include "TslStream/Runtime/Timers.h"
 
 namespace tsl {
@@ -102,6 +103,8 @@ asio::awaitable<std::shared_ptr<AgentLink>> SimulatedGuestBackend::start(Progres
 
     if (!isExecutableFile(agentExecutable)) throw BackendError::agentMissing(agentExecutable.string());
     std::filesystem::create_directories(appsFolder());
+    if (!placeSampleApps(appsFolder()))
+        throw BackendError::failed("cannot place the sample applications in " + appsFolder().string());
     std::filesystem::create_directories(sharedFolder());
     if (progress) progress(L("Starting the simulated virtual Mac…"));
 

@@ -11,7 +11,6 @@
 
 #include "TslCore/Support/Error.h"
 #include "TslStream/Codec/PixelBuffers.h"
-#include "TslStream/Input/HostKeyboard.h"
 
 namespace tsl {
 namespace {
@@ -31,16 +30,6 @@ struct WindowSystemAllocations {
 std::map<uint32_t, StreamView*>& views() {
     static std::map<uint32_t, StreamView*> table;
     return table;
-}
-
-uint64_t flagsOf(uint16_t mod) {
-    uint64_t flags = 0;
-    if (mod & KMOD_SHIFT) flags |= HostKeyboard::shiftFlag;
-    if (mod & KMOD_CTRL) flags |= HostKeyboard::controlFlag;
-    if (mod & KMOD_ALT) flags |= HostKeyboard::optionFlag;
-    if (mod & KMOD_GUI) flags |= HostKeyboard::commandFlag;
-    if (mod & KMOD_CAPS) flags |= HostKeyboard::capsLockFlag;
-    return flags;
 }
 
 std::optional<uint32_t> eventWindow(const SDL_Event& e) {
@@ -210,13 +199,9 @@ void StreamView::deliver(const InputMapper::HostEvent& event) {
 
 void StreamView::handle(const SDL_Event& e) {
     [[maybe_unused]] WindowSystemAllocations kept;
-    InputMapper::HostEvent event;
-    event.modifierFlags = flagsOf(uint16_t(SDL_GetModState()));
     switch (e.type) {
         case SDL_WINDOWEVENT:
-            if (e.window.event == SDL_WINDOWEVENT_EXPOSED || e.window.event == SDL_WINDOWEVENT_SIZE_CHANGED) {
-                present();
-            }
+            if (e.window.event == SDL_WINDOWEVENT_EXPOSED || e.window.event == SDL_WINDOWEVENT_SIZE_CHANGED) present();
             if (e.window.event == SDL_WINDOWEVENT_SIZE_CHANGED || e.window.event == SDL_WINDOWEVENT_DISPLAY_CHANGED) {
                 double now = backingScale();
                 if (now != lastBackingScale) {
@@ -225,89 +210,6 @@ void StreamView::handle(const SDL_Event& e) {
                 }
             }
             return;
-        case SDL_MOUSEMOTION: {
-            uint32_t held = e.motion.state;
-            event.x = e.motion.x;
-            event.y = e.motion.y;
-            event.clickCount = lastClicks;  // a drag carries its press's count
-            if (held & SDL_BUTTON_LMASK) {
-                event.type = InputMapper::leftMouseDragged;
-            } else if (held & SDL_BUTTON_RMASK) {
-                event.type = InputMapper::rightMouseDragged;
-                event.buttonNumber = 1;
-            } else if (held) {
-                event.type = InputMapper::otherMouseDragged;
-                event.buttonNumber = 2;
-            } else {
-                event.type = InputMapper::mouseMoved;
-            }
-            deliver(event);
-            return;
-        }
-        case SDL_MOUSEBUTTONDOWN:
-        case SDL_MOUSEBUTTONUP: {
-            bool down = e.type == SDL_MOUSEBUTTONDOWN;
-            if (down) lastClicks = e.button.clicks;
-            switch (e.button.button) {
-                case SDL_BUTTON_LEFT: event.type = down ? InputMapper::leftMouseDown : InputMapper::leftMouseUp; break;
-                case SDL_BUTTON_RIGHT:
-                    event.type = down ? InputMapper::rightMouseDown : InputMapper::rightMouseUp;
-                    event.buttonNumber = 1;
-                    break;
-                default:
-                    event.type = down ? InputMapper::otherMouseDown : InputMapper::otherMouseUp;
-                    event.buttonNumber = e.button.button == SDL_BUTTON_MIDDLE ? 2 : e.button.button - 1;
-            }
-            event.x = e.button.x;
-            event.y = e.button.y;
-            event.clickCount = e.button.clicks;
-            deliver(event);
-            return;
-        }
-        case SDL_MOUSEWHEEL:
-            // SDL's values are already in the direction the user asked for
-            // (FLIPPED only says that it differs from the device's), which is
-            // the one the guest takes. SDL counts lines, rightward positive;
-            // the guest's scroll events count leftward positive.
-            event.type = InputMapper::scrollWheel;
-            event.x = e.wheel.mouseX;
-            event.y = e.wheel.mouseY;
-            event.scrollDeltaX = -double(e.wheel.preciseX);
-            event.scrollDeltaY = e.wheel.preciseY;
-            deliver(event);
-            return;
-        case SDL_KEYDOWN:
-        case SDL_KEYUP: {
-            uint32_t usage = uint32_t(e.key.keysym.scancode);
-            auto code = HostKeyboard::guestKeyCode(usage);
-            if (!code) return;
-            event.keyCode = *code;
-            event.modifierFlags = flagsOf(e.key.keysym.mod);
-            if (HostKeyboard::isModifier(usage)) {
-                event.type = InputMapper::flagsChanged;
-                deliver(event);
-                return;
-            }
-            event.modifierFlags |= HostKeyboard::keyFlags(usage);
-            if (e.type == SDL_KEYUP) {
-                event.type = InputMapper::keyUp;
-                if (swallowedKeyUps.erase(usage) == 0) deliver(event);
-                return;
-            }
-            event.type = InputMapper::keyDown;
-            deliver(event);
-            if (event.modifierFlags & HostKeyboard::commandFlag) {
-                // A shortcut goes to the guest whole, at once; the host keeps nothing of it.
-                event.type = InputMapper::keyUp;
-                deliver(event);
-                swallowedKeyUps.insert(usage);
-            } else {
-                // Still held after Command was let go: its repeats went down
-                // plainly, so its real key up must follow them.
-                swallowedKeyUps.erase(usage);
-            }
-            return;
-        }
         case SDL_DROPBEGIN: pendingDrop.clear(); return;
         case SDL_DROPFILE:
             if (e.drop.file) pendingDrop.emplace_back(e.drop.file);
@@ -318,8 +220,10 @@ void StreamView::handle(const SDL_Event& e) {
             if (onDropFiles && !files.empty()) onDropFiles(std::move(files));
             return;
         }
-        default: return;
+        default: break;
     }
+    if (const auto input = translator.translate(e, uint16_t(SDL_GetModState())))
+        for (const auto& event : shortcuts.pass(input->event, input->usage)) deliver(event);
 }
 
 }  // namespace tsl

@@ -2,13 +2,14 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "Platform/PixelBuffer.h"
 #include "TslCore/Wire/InputEvent.h"
 #include "TslStream/Input/InputMapper.h"
+#include "TslStream/Input/ShortcutKeyFilter.h"
+#include "TslStream/Render/SDLEventTranslator.h"
 
 union SDL_Event;
 
@@ -83,8 +84,8 @@ private:
     double _contentPixelsPerPoint = 1.0;
     Size _contentPointSize;
     double lastBackingScale = 1.0;
-    int64_t lastClicks = 0;
-    std::set<uint32_t> swallowedKeyUps;  // keys whose shortcut already went out as down and up
+    SDLEventTranslator translator;
+    ShortcutKeyFilter shortcuts;
     std::vector<std::string> pendingDrop;
 };
 

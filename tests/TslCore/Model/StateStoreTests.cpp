@@ -144,6 +144,10 @@ TEST(StateStore, DamagedFileIsMovedAsideAndNeverOverwritten) {
         TempDir folder;
         StateStore s(folder / "state.json");
         writeFile(s.url, bytes);
+        const auto inspected = s.inspect();
+        EXPECT_EQ(inspected.outcome, Outcome::damaged);
+        EXPECT_EQ(inspected.movedTo, std::nullopt);
+        EXPECT_EQ(entries(folder.path()), std::vector<std::string>{"state.json"}) << "inspecting moves nothing";
         const auto loaded = s.loadReporting(now);
         EXPECT_EQ(loaded.outcome, Outcome::damaged);
         EXPECT_EQ(loaded.state, PersistedState{});

@@ -1,12 +1,14 @@
-#include "Platform/Sim/SampleApps.h"
+#include "TslStream/Agent/SampleApps.h"
 
 #include <fstream>
 
 #include "TslCore/Measure/TestPattern.h"
 
-namespace tsl::Sim {
+namespace tsl {
 namespace {
 
+// One line of the property list per line here.
+// clang-format off
 std::string infoPlist(const SampleApp& app) {
     return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
            "<plist version=\"1.0\">\n<dict>\n"
@@ -16,6 +18,7 @@ std::string infoPlist(const SampleApp& app) {
            "\t<key>CFBundleShortVersionString</key>\n\t<string>" + app.version + "</string>\n"
            "</dict>\n</plist>\n";
 }
+// clang-format on
 
 }  // namespace
 
@@ -42,4 +45,4 @@ bool placeSampleApps(const std::filesystem::path& appsDir) {
     return ok;
 }
 
-}  // namespace tsl::Sim
+}  // namespace tsl

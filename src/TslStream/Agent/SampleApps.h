@@ -3,10 +3,12 @@
 #include <string>
 #include <vector>
 
-namespace tsl::Sim {
+namespace tsl {
 
-// The applications a simulation run offers: the test pattern and a plain
-// text application, as bundles the desktop launches by path or identifier.
+// The applications a simulated guest comes with: the test pattern and a plain
+// text application, as bundles the simulated desktop launches by path or
+// identifier. They belong to the simulated system: whoever prepares its
+// folders puts them there, never the agent.
 struct SampleApp {
     std::string folderName;  // "<name>.app"
     std::string name;
@@ -20,4 +22,4 @@ const std::vector<SampleApp>& sampleApps();
 // whatever stands there alone. Returns false if a bundle couldn't be written.
 bool placeSampleApps(const std::filesystem::path& appsDir);
 
-}  // namespace tsl::Sim
+}  // namespace tsl
