@@ -139,7 +139,8 @@ int main() {
 
         Figures quiet = still();
         std::vector<int> silent;
-        for (size_t i = 0; i < HandshakeGate::maxPending; ++i) silent.push_back(connectSocket(SocketEndpoint::unix(socket)));
+        for (size_t i = 0; i < HandshakeGate::maxPending; ++i)
+            silent.push_back(connectSocket(SocketEndpoint::unix(socket)));
         for (int i = 0; i < 500 && figures().threads < quiet.threads + silent.size(); ++i)
             std::this_thread::sleep_for(std::chrono::milliseconds(10));  // the agent takes them in
         ungreeted = figures();
@@ -154,8 +155,8 @@ int main() {
     runner.reset();
     std::filesystem::remove_all(dir);
 
-    double growthPer1000 = double(residentKiB.back() - std::min(residentKiB.back(), residentKiB.front())) /
-                           double(residentKiB.size() - 1);
+    double growthPer1000 =
+        double(residentKiB.back() - std::min(residentKiB.back(), residentKiB.front())) / double(residentKiB.size() - 1);
     std::printf("descriptor limit %zu; %d greeted cycles, %d failed\n", size_t(limit.rlim_cur), cycles, failures);
     std::printf("resident KiB every 1000 cycles:");
     for (size_t k : residentKiB) std::printf(" %zu", k);
@@ -167,6 +168,7 @@ int main() {
     // The client's own descriptors for the silent connections are in the count too.
     std::printf("per connection awaiting its hello: %.2f threads, %.2f descriptors (agent side)\n",
                 double(ungreeted.threads) / double(pending), double(ungreeted.descriptors - pending) / double(pending));
-    std::printf("%s\n", tsl::ratioLine("memory growth per 1000 cycles / 64 KiB", growthPer1000 / 64.0, 1.0, false).c_str());
+    std::printf("%s\n",
+                tsl::ratioLine("memory growth per 1000 cycles / 64 KiB", growthPer1000 / 64.0, 1.0, false).c_str());
     return servedAfterRapid && failures == 0 ? 0 : 1;
 }

@@ -42,9 +42,9 @@ std::pair<double, double> medianMicros(int rounds, const std::function<void()>& 
 void bareList(X11::Connection& x, const std::vector<xcb_window_t>& clients) {
     xcb_connection_t* c = x.raw();
     std::free(xcb_query_tree_reply(c, xcb_query_tree(c, x.root()), nullptr));
-    const xcb_atom_t properties[] = {x.atom("_NET_WM_PID"), x.atom("_NET_WM_NAME"), XCB_ATOM_WM_NAME,
-                                     XCB_ATOM_WM_CLASS, x.atom("_NET_WM_WINDOW_TYPE"), x.atom("_NET_WM_STATE"),
-                                     x.atom("WM_STATE"), XCB_ATOM_WM_TRANSIENT_FOR, x.atom("WM_PROTOCOLS")};
+    const xcb_atom_t properties[] = {x.atom("_NET_WM_PID"), x.atom("_NET_WM_NAME"),        XCB_ATOM_WM_NAME,
+                                     XCB_ATOM_WM_CLASS,     x.atom("_NET_WM_WINDOW_TYPE"), x.atom("_NET_WM_STATE"),
+                                     x.atom("WM_STATE"),    XCB_ATOM_WM_TRANSIENT_FOR,     x.atom("WM_PROTOCOLS")};
     std::vector<xcb_get_property_cookie_t> props;
     std::vector<xcb_get_window_attributes_cookie_t> attributes;
     std::vector<xcb_get_geometry_cookie_t> geometries;
@@ -101,8 +101,8 @@ void keyToPixel(test::XDisplay& display, const std::shared_ptr<X11::X11Desktop>&
     platform.workspace->activate(pattern.pid(), 0);
     using namespace TestPatternSpec;
     auto white = [&] {
-        auto luma = display.meanLuma(int(window->bounds.x + squareX), int(window->bounds.y + squareY),
-                                     int(squareSize), int(squareSize));
+        auto luma = display.meanLuma(int(window->bounds.x + squareX), int(window->bounds.y + squareY), int(squareSize),
+                                     int(squareSize));
         return luma && *luma > whiteThreshold;
     };
     auto untilWhite = [&](bool wanted) {

@@ -51,7 +51,8 @@ bool parse(int argc, char** argv, Options& o) {
 }
 
 xcb_atom_t atom(xcb_connection_t* c, std::string_view name) {
-    xcb_intern_atom_reply_t* r = xcb_intern_atom_reply(c, xcb_intern_atom(c, 0, uint16_t(name.size()), name.data()), nullptr);
+    xcb_intern_atom_reply_t* r =
+        xcb_intern_atom_reply(c, xcb_intern_atom(c, 0, uint16_t(name.size()), name.data()), nullptr);
     xcb_atom_t a = r ? r->atom : xcb_atom_t(XCB_ATOM_NONE);
     std::free(r);
     return a;
@@ -65,12 +66,15 @@ void setProperty(xcb_connection_t* c, xcb_window_t w, xcb_atom_t property, xcb_a
 class PatternWindow {
 public:
     PatternWindow(xcb_connection_t* c, const xcb_screen_t* screen, const Options& o)
-        : c(c), width(uint16_t(TestPatternSpec::contentWidth)), height(uint16_t(TestPatternSpec::contentHeight)),
-          pixels(size_t(width) * height * 4), depth(screen->root_depth) {
+        : c(c),
+          width(uint16_t(TestPatternSpec::contentWidth)),
+          height(uint16_t(TestPatternSpec::contentHeight)),
+          pixels(size_t(width) * height * 4),
+          depth(screen->root_depth) {
         window = xcb_generate_id(c);
-        const uint32_t values[] = {screen->black_pixel,
-                                   XCB_EVENT_MASK_EXPOSURE | XCB_EVENT_MASK_KEY_PRESS | XCB_EVENT_MASK_KEY_RELEASE |
-                                       XCB_EVENT_MASK_STRUCTURE_NOTIFY};
+        const uint32_t values[] = {screen->black_pixel, XCB_EVENT_MASK_EXPOSURE | XCB_EVENT_MASK_KEY_PRESS |
+                                                            XCB_EVENT_MASK_KEY_RELEASE |
+                                                            XCB_EVENT_MASK_STRUCTURE_NOTIFY};
         xcb_create_window(c, XCB_COPY_FROM_PARENT, window, screen->root, o.x, o.y, width, height, 0,
                           XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual, XCB_CW_BACK_PIXEL | XCB_CW_EVENT_MASK,
                           values);

@@ -33,8 +33,9 @@ int main(int argc, char** argv) {
     std::shared_ptr<X11::X11Desktop> x11;
     if (config.desktop == AgentConfig::Desktop::x11) {
         try {
-            x11 = X11::X11Desktop::open({}, config.commandAs == AgentConfig::CommandAs::super ? X11::CommandKey::super
-                                                                                               : X11::CommandKey::control);
+            x11 =
+                X11::X11Desktop::open({}, config.commandAs == AgentConfig::CommandAs::super ? X11::CommandKey::super
+                                                                                            : X11::CommandKey::control);
         } catch (const X11::OpenError& e) {
             std::fprintf(stderr, "TesselAgent: %s\n", e.description().c_str());
             return 1;

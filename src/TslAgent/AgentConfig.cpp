@@ -101,7 +101,8 @@ AgentConfig AgentConfig::parse(const std::vector<std::string>& arguments, const 
 
     if (guestRun || realDesktop) {
         if (simRoot)
-            throw ParseError::usage(realDesktop ? "--sim-root is for --desktop sim" : "--sim-root is for Simulation, not --vsock");
+            throw ParseError::usage(realDesktop ? "--sim-root is for --desktop sim"
+                                                : "--sim-root is for Simulation, not --vsock");
         // The real user's folders. A real desktop has no clipboard of its own yet, so no sync.
         AgentConfig config(std::move(*mode), "/Applications", sharedDirOverride.value_or(guestSharedDir()),
                            home / "Library" / "Preferences", home / "Library" / "Application Support", false, false,

@@ -31,7 +31,8 @@ SocketEndpoint parse(const std::string& text, const std::string& unixOnly) {
 void checkListening(const AgentConfig::Mode& mode, AgentConfig::Desktop desktop) {
     auto listen = mode.get<AgentConfig::Mode::Listen>();
     auto tcp = listen ? listen->endpoint.get<SocketEndpoint::Tcp>() : nullptr;
-    if (!listen || listen->endpoint.isUnix() || (desktop == AgentConfig::Desktop::x11 && tcp && tcp->host == "127.0.0.1"))
+    if (!listen || listen->endpoint.isUnix() ||
+        (desktop == AgentConfig::Desktop::x11 && tcp && tcp->host == "127.0.0.1"))
         return;
     throw AgentConfig::ParseError::usage(desktop == AgentConfig::Desktop::x11
                                              ? "--listen accepts unix:<path> or tcp:127.0.0.1:<port> endpoints only"

@@ -7,8 +7,8 @@
 #include <utility>
 
 #include "TslAgent/BlockingRequest.h"
-#include "TslStream/Transport/HandshakeGate.h"
 #include "TslStream/Runtime/MainActor.h"
+#include "TslStream/Transport/HandshakeGate.h"
 
 namespace tsl {
 namespace {
@@ -187,7 +187,8 @@ void AgentRunner::listenLoop(const SocketEndpoint& endpoint) {
     // threads or memory only makes it wait a moment before it accepts again.
     bool shortReported = false;
     auto pushBack = [&](const std::string& what) {
-        if (!std::exchange(shortReported, true)) log.error("cannot take connections for now (%{public}s); waiting", what);
+        if (!std::exchange(shortReported, true))
+            log.error("cannot take connections for now (%{public}s); waiting", what);
         return pause(shortagePause);
     };
     // Connections awaiting their hello belong to this thread, which also ends

@@ -65,8 +65,8 @@ public:
         return *clients.back();
     }
     ChildProcess& launchPattern(int x, int y, double fps = 30) {
-        return launch(testPatternExecutable(), {"--fps", std::to_string(fps), "--position",
-                                                std::to_string(x) + "," + std::to_string(y)});
+        return launch(testPatternExecutable(),
+                      {"--fps", std::to_string(fps), "--position", std::to_string(x) + "," + std::to_string(y)});
     }
 
     // The client window with this title once it is on screen.
@@ -101,8 +101,9 @@ public:
                 std::memcpy(&pid, xcb_get_property_value(p), 4);
                 out->netWmPid = pid;
             }
-            if (n) out->name.assign(static_cast<const char*>(xcb_get_property_value(n)),
-                                    size_t(xcb_get_property_value_length(n)));
+            if (n)
+                out->name.assign(static_cast<const char*>(xcb_get_property_value(n)),
+                                 size_t(xcb_get_property_value_length(n)));
         }
         std::free(g), std::free(t), std::free(p), std::free(n);
         return out;
@@ -111,10 +112,10 @@ public:
     // The mean luma of a rectangle of the screen, read back from the server.
     std::optional<double> meanLuma(int px, int py, int width, int height) {
         xcb_connection_t* c = x->raw();
-        auto image = xcb_get_image_reply(
-            c, xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, x->root(), int16_t(px), int16_t(py), uint16_t(width),
-                             uint16_t(height), ~0u),
-            nullptr);
+        auto image = xcb_get_image_reply(c,
+                                         xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, x->root(), int16_t(px),
+                                                       int16_t(py), uint16_t(width), uint16_t(height), ~0u),
+                                         nullptr);
         if (!image) return std::nullopt;
         const uint8_t* data = xcb_get_image_data(image);
         const int length = xcb_get_image_data_length(image);
@@ -133,8 +134,8 @@ private:
         const auto deadline = std::chrono::steady_clock::now() + limit;
         while (std::chrono::steady_clock::now() < deadline) {
             xcb_window_t probe = xcb_generate_id(c);
-            xcb_create_window(c, XCB_COPY_FROM_PARENT, probe, x->root(), 0, 0, 10, 10, 0,
-                              XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, 0, nullptr);
+            xcb_create_window(c, XCB_COPY_FROM_PARENT, probe, x->root(), 0, 0, 10, 10, 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
+                              XCB_COPY_FROM_PARENT, 0, nullptr);
             x->watch(probe);
             xcb_map_window(c, probe);
             const bool managed = x->waitUntil(

@@ -297,8 +297,9 @@ TEST(TesselAgentFaults, RunningOutOfDescriptorsOnlyMakesNewConnectionsWait) {
     // Greeted connections have no cap: held open, they take every descriptor.
     std::vector<std::unique_ptr<RawHost>> held;
     auto descriptors = [&] {
-        return size_t(std::distance(std::filesystem::directory_iterator("/proc/" + std::to_string(agent.process.pid()) + "/fd"),
-                                    std::filesystem::directory_iterator()));
+        return size_t(
+            std::distance(std::filesystem::directory_iterator("/proc/" + std::to_string(agent.process.pid()) + "/fd"),
+                          std::filesystem::directory_iterator()));
     };
     for (int i = 0; i < 300; ++i) {
         // Patient while the agent still has room (a loaded machine accepts

@@ -85,7 +85,8 @@ TEST_P(X11AgentTest, ServesTheDisplaysWindowsOverLoopbackTCP) {
     auto act = [&](uint32_t id, WindowAction::Kind kind, std::optional<WireRect> frame = std::nullopt) {
         return request(ControlMessage::WindowAction{{.windowID = id, .kind = kind, .frame = frame}});
     };
-    EXPECT_EQ(act(p->id, WindowAction::Kind::setFrame, WireRect{40, 60, 500, 320}), ControlMessage(ControlMessage::Ok{}));
+    EXPECT_EQ(act(p->id, WindowAction::Kind::setFrame, WireRect{40, 60, 500, 320}),
+              ControlMessage(ControlMessage::Ok{}));
     EXPECT_EQ(display->ask(p->id)->bounds, (Rect{40, 60, 500, 320}));
     EXPECT_TRUE(eventArrives(WindowEvent::Kind::resized, p->id));
     EXPECT_EQ(act(t->id, WindowAction::Kind::move, WireRect{600, 500, 0, 0}), ControlMessage(ControlMessage::Ok{}));
@@ -123,8 +124,8 @@ INSTANTIATE_TEST_SUITE_P(X11, X11AgentTest, ::testing::Bool(),
                          [](const auto& info) { return info.param ? "WithWindowManager" : "WithoutWindowManager"; });
 
 TEST(X11AgentStart, AMissingDisplayIsAClearErrorAtStart) {
-    ChildProcess noDisplay("/usr/bin/env", {"-u", "DISPLAY", agentExecutable(), "--desktop", "x11", "--listen",
-                                            "tcp:127.0.0.1:0"});
+    ChildProcess noDisplay("/usr/bin/env",
+                           {"-u", "DISPLAY", agentExecutable(), "--desktop", "x11", "--listen", "tcp:127.0.0.1:0"});
     EXPECT_EQ(noDisplay.wait(), 1);
     EXPECT_EQ(noDisplay.standardError(), "TesselAgent: cannot open X display (DISPLAY is not set)\n");
     EXPECT_EQ(noDisplay.standardOutput(), "");

@@ -185,9 +185,9 @@ TEST(AgentConfig, X11RunServesTheRealDesktopWithoutATree) {
     expected.mode = AgentConfig::Mode::connect({SocketEndpoint::unix("/run/host.sock")});
     expected.commandAs = AgentConfig::CommandAs::super;
     expected.injectionMode = InjectionMode::pid;
-    EXPECT_EQ(AgentConfig::parse({"--desktop", "x11", "--connect", "unix:/run/host.sock", "--command-as", "super",
-                                  "--inject", "pid"},
-                                 home, true),
+    EXPECT_EQ(AgentConfig::parse(
+                  {"--desktop", "x11", "--connect", "unix:/run/host.sock", "--command-as", "super", "--inject", "pid"},
+                  home, true),
               expected);
     EXPECT_EQ(AgentConfig::parse({"--desktop", "x11", "--listen", "unix:/run/a.sock"}, home, false).mode,
               AgentConfig::Mode::listen(SocketEndpoint::unix("/run/a.sock")));
@@ -201,7 +201,8 @@ TEST(AgentConfig, X11RunServesTheRealDesktopWithoutATree) {
               "--listen accepts unix:<path> or tcp:127.0.0.1:<port> endpoints only"},
              {{"--listen", "tcp:127.0.0.1:7000", "--sim-root", "/x"}, "--listen accepts unix:<path> endpoints only"},
              {{"--desktop", "x11", "--listen", "unix:/a", "--sim-root", "/x"}, "--sim-root is for --desktop sim"},
-             {{"--listen", "unix:/a", "--command-as", "super", "--sim-root", "/x"}, "--command-as is for --desktop x11"},
+             {{"--listen", "unix:/a", "--command-as", "super", "--sim-root", "/x"},
+              "--command-as is for --desktop x11"},
              {{"--desktop", "wayland"}, "--desktop sim|x11"},
              {{"--desktop", "x11", "--command-as", "meta"}, "--command-as control|super"},
          }) {

@@ -160,8 +160,8 @@ std::optional<ClientWindow> collect(Connection& x, xcb_window_t w, const TopLeve
     // nobody's application window.
     if (!top.hasState && !top.overrideRedirect && w == top.id && !wmClass && !out.title) return std::nullopt;
 
-    out.bounds = Rect{double(position->dst_x), double(position->dst_y), double(geometry->width),
-                      double(geometry->height)};
+    out.bounds =
+        Rect{double(position->dst_x), double(position->dst_y), double(geometry->width), double(geometry->height)};
     out.overrideRedirect = attributes->override_redirect;
     out.viewable = attributes->map_state == XCB_MAP_STATE_VIEWABLE;
     const xcb_atom_t hiddenAtom = x.atom("_NET_WM_STATE_HIDDEN");

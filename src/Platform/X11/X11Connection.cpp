@@ -48,9 +48,9 @@ std::shared_ptr<Connection> Connection::open(const std::string& display) {
 }
 
 Connection::Connection(xcb_connection_t* c, xcb_window_t root) : _c(c), _root(root) {
-    intern({wakeAtom, "WM_STATE", "WM_PROTOCOLS", "WM_DELETE_WINDOW", "WM_CHANGE_STATE", "_NET_WM_PID",
-            "_NET_WM_NAME", "UTF8_STRING", "_NET_WM_WINDOW_TYPE", "_NET_WM_STATE", "_NET_WM_STATE_HIDDEN",
-            "_NET_ACTIVE_WINDOW", "_NET_SUPPORTING_WM_CHECK", "_NET_MOVERESIZE_WINDOW", "_NET_CLOSE_WINDOW"});
+    intern({wakeAtom, "WM_STATE", "WM_PROTOCOLS", "WM_DELETE_WINDOW", "WM_CHANGE_STATE", "_NET_WM_PID", "_NET_WM_NAME",
+            "UTF8_STRING", "_NET_WM_WINDOW_TYPE", "_NET_WM_STATE", "_NET_WM_STATE_HIDDEN", "_NET_ACTIVE_WINDOW",
+            "_NET_SUPPORTING_WM_CHECK", "_NET_MOVERESIZE_WINDOW", "_NET_CLOSE_WINDOW"});
     // Root property changes tell waits about the active window.
     const uint32_t rootMask = XCB_EVENT_MASK_PROPERTY_CHANGE | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
     xcb_change_window_attributes(_c, _root, XCB_CW_EVENT_MASK, &rootMask);

@@ -134,35 +134,35 @@ void X11EventPoster::send(const PlatformEvent& event) {
     }
     const auto button = event.integerField(E::fieldMouseButtonNumber);
     switch (event.type) {
-    case E::leftMouseDown: case E::rightMouseDown: case E::otherMouseDown:
-        holdModifiers(event.flags);
-        fake(XCB_BUTTON_PRESS, button == 0 ? buttonLeft : button == 1 ? buttonRight : buttonMiddle);
-        break;
-    case E::leftMouseUp: case E::rightMouseUp: case E::otherMouseUp:
-        fake(XCB_BUTTON_RELEASE, button == 0 ? buttonLeft : button == 1 ? buttonRight : buttonMiddle);
-        break;
-    case E::scrollWheel:
-        scroll(event);
-        break;
-    case E::keyDown: case E::keyUp: {
-        const auto virtualKey = uint16_t(event.integerField(E::fieldKeyboardKeycode));
-        std::optional<uint8_t> key = KeyTable::keycode(virtualKey, command);
-        if (!key) break;
-        const bool down = event.type == E::keyDown;
-        if (isModifierKey(virtualKey)) {
-            if (down) held.insert(*key);
-            else held.erase(*key);
-        } else {
+        case E::leftMouseDown:
+        case E::rightMouseDown:
+        case E::otherMouseDown:
             holdModifiers(event.flags);
+            fake(XCB_BUTTON_PRESS, button == 0 ? buttonLeft : button == 1 ? buttonRight : buttonMiddle);
+            break;
+        case E::leftMouseUp:
+        case E::rightMouseUp:
+        case E::otherMouseUp:
+            fake(XCB_BUTTON_RELEASE, button == 0 ? buttonLeft : button == 1 ? buttonRight : buttonMiddle);
+            break;
+        case E::scrollWheel: scroll(event); break;
+        case E::keyDown:
+        case E::keyUp: {
+            const auto virtualKey = uint16_t(event.integerField(E::fieldKeyboardKeycode));
+            std::optional<uint8_t> key = KeyTable::keycode(virtualKey, command);
+            if (!key) break;
+            const bool down = event.type == E::keyDown;
+            if (isModifierKey(virtualKey)) {
+                if (down) held.insert(*key);
+                else held.erase(*key);
+            } else {
+                holdModifiers(event.flags);
+            }
+            fake(down ? XCB_KEY_PRESS : XCB_KEY_RELEASE, *key);
+            break;
         }
-        fake(down ? XCB_KEY_PRESS : XCB_KEY_RELEASE, *key);
-        break;
-    }
-    case E::flagsChanged:
-        holdModifiers(event.flags);
-        break;
-    default:
-        break;
+        case E::flagsChanged: holdModifiers(event.flags); break;
+        default: break;
     }
     // Once this returns, the server has taken the event: a frame captured
     // after it shows the event's effect, so the echo may be stored.

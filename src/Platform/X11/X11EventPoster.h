@@ -41,8 +41,8 @@ private:
 
     const std::shared_ptr<WindowControl> control;
     const CommandKey command;
-    std::mutex lock;               // guards what follows, and keeps one event's requests together
-    std::set<uint8_t> held;        // modifier keycodes this poster pressed
+    std::mutex lock;                    // guards what follows, and keeps one event's requests together
+    std::set<uint8_t> held;             // modifier keycodes this poster pressed
     double pendingY = 0, pendingX = 0;  // pixels short of a notch
 };
 

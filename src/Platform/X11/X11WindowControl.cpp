@@ -38,8 +38,8 @@ bool WindowControl::sendToRoot(xcb_window_t window, xcb_atom_t type, std::initia
 
 bool WindowControl::waitFor(xcb_window_t client, const std::function<bool()>& done) {
     x->watch(client);
-    const auto deadline = Connection::Clock::now() +
-                          std::chrono::duration_cast<Connection::Clock::duration>(std::chrono::duration<double>(settle));
+    const auto deadline = Connection::Clock::now() + std::chrono::duration_cast<Connection::Clock::duration>(
+                                                         std::chrono::duration<double>(settle));
     return x->waitUntil(done, deadline);
 }
 
@@ -135,7 +135,8 @@ bool WindowControl::activate(const ClientWindow& client) {
 }
 
 bool WindowControl::close(const ClientWindow& client) {
-    if (x->hasWindowManager()) return sendToRoot(client.id, x->atom("_NET_CLOSE_WINDOW"), {XCB_CURRENT_TIME, sourcePager});
+    if (x->hasWindowManager())
+        return sendToRoot(client.id, x->atom("_NET_CLOSE_WINDOW"), {XCB_CURRENT_TIME, sourcePager});
     if (!client.takesDelete) return false;
     xcb_client_message_event_t message{};
     message.response_type = XCB_CLIENT_MESSAGE;

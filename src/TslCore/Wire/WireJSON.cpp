@@ -4,12 +4,11 @@
 #include <cmath>
 #include <concepts>
 #include <limits>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <string>
 #include <type_traits>
 #include <utility>
-
-#include <nlohmann/json.hpp>
 
 #include "TslCore/Support/Base64.h"
 #include "TslCore/Support/JSONInteger.h"
@@ -570,20 +569,40 @@ public:
 
     bool tooDeep = false;
 
-    bool null() { return scalar([&] { return dom.null(); }); }
-    bool boolean(bool v) { return scalar([&] { return dom.boolean(v); }); }
-    bool number_integer(json::number_integer_t v) { return scalar([&] { return dom.number_integer(v); }); }
-    bool number_unsigned(json::number_unsigned_t v) { return scalar([&] { return dom.number_unsigned(v); }); }
+    bool null() {
+        return scalar([&] { return dom.null(); });
+    }
+    bool boolean(bool v) {
+        return scalar([&] { return dom.boolean(v); });
+    }
+    bool number_integer(json::number_integer_t v) {
+        return scalar([&] { return dom.number_integer(v); });
+    }
+    bool number_unsigned(json::number_unsigned_t v) {
+        return scalar([&] { return dom.number_unsigned(v); });
+    }
     bool number_float(json::number_float_t v, const json::string_t& text) {
         return scalar([&] { return dom.number_float(v, text); });
     }
-    bool string(json::string_t& v) { return scalar([&] { return dom.string(v); }); }
-    bool binary(json::binary_t& v) { return scalar([&] { return dom.binary(v); }); }
+    bool string(json::string_t& v) {
+        return scalar([&] { return dom.string(v); });
+    }
+    bool binary(json::binary_t& v) {
+        return scalar([&] { return dom.binary(v); });
+    }
 
-    bool start_object(size_t n) { return open([&] { return dom.start_object(n); }); }
-    bool start_array(size_t n) { return open([&] { return dom.start_array(n); }); }
-    bool end_object() { return close([&] { return dom.end_object(); }); }
-    bool end_array() { return close([&] { return dom.end_array(); }); }
+    bool start_object(size_t n) {
+        return open([&] { return dom.start_object(n); });
+    }
+    bool start_array(size_t n) {
+        return open([&] { return dom.start_array(n); });
+    }
+    bool end_object() {
+        return close([&] { return dom.end_object(); });
+    }
+    bool end_array() {
+        return close([&] { return dom.end_array(); });
+    }
 
     bool key(json::string_t& k) {
         if (skipping > 0) return true;

@@ -1,6 +1,5 @@
 #pragma once
 #include <asio/awaitable.hpp>
-
 #include <cstdint>
 #include <map>
 #include <memory>

@@ -75,7 +75,10 @@ void appendOne(std::string& out, const std::string& format, char conv, const Log
     }
     switch (conv) {
         case 's':
-            if (a.kind == K::s) { appendEscaped(out, a.s); return; }
+            if (a.kind == K::s) {
+                appendEscaped(out, a.s);
+                return;
+            }
             if (a.kind == K::i) { out += std::to_string(a.i); return; }
             if (a.kind == K::u) { out += std::to_string(a.u); return; }
             if (a.kind == K::f) { n = std::snprintf(buf, sizeof buf, "%g", a.f); break; }

@@ -6,8 +6,7 @@
 
 namespace tsl {
 
-ControlChannel::ControlChannel(std::shared_ptr<WireConnection> connection)
-    : connection(std::move(connection)) {}
+ControlChannel::ControlChannel(std::shared_ptr<WireConnection> connection) : connection(std::move(connection)) {}
 
 ControlChannel::~ControlChannel() = default;
 

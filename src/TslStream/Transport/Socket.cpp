@@ -1,7 +1,6 @@
 #include "TslStream/Transport/Socket.h"
 
 #include <arpa/inet.h>
-#include <cerrno>
 #include <linux/vm_sockets.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -13,6 +12,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstring>
 

@@ -184,7 +184,8 @@ void WireConnection::readLoop(MessageHandler onMessage) {
         std::optional<Clock::time_point> deadline;
         if (auto partial = decoder.partialFrame(); partial && frameBegan) {
             double seconds = limits.base + double(*partial) / limits.bytesPerSecond;
-            deadline = *frameBegan + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+            deadline =
+                *frameBegan + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
         }
         if (!awaitBytes(s, deadline)) {
             std::lock_guard state(stateLock);

@@ -1,15 +1,15 @@
 #pragma once
+#include <sys/uio.h>
+
 #include <chrono>
 #include <cstdint>
 #include <exception>
 #include <functional>
 #include <memory>
-#include <span>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
-
-#include <sys/uio.h>
 
 #include "TslCore/Wire/WireMessage.h"
 #include "TslStream/Support/Logger.h"

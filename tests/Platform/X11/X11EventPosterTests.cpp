@@ -36,8 +36,8 @@ protected:
     }
     bool squareIsWhite(const Rect& window) {
         using namespace TestPatternSpec;
-        auto luma = display->meanLuma(int(window.x + squareX), int(window.y + squareY), int(squareSize),
-                                      int(squareSize));
+        auto luma =
+            display->meanLuma(int(window.x + squareX), int(window.y + squareY), int(squareSize), int(squareSize));
         return luma && *luma > whiteThreshold;
     }
 
@@ -122,7 +122,8 @@ TEST_P(X11EventPosterTest, PointerGoesWhereAskedAndPixelsAddUpToNotches) {
                                    *platform.eventPoster->createMouseEvent(std::nullopt, type, at, button));
     };
     auto wheel = [&](int32_t dy, int32_t dx) {
-        auto e = platform.eventPoster->createScrollWheelEvent(std::nullopt, EventPoster::ScrollUnit::pixel, 2, dy, dx, 0);
+        auto e =
+            platform.eventPoster->createScrollWheelEvent(std::nullopt, EventPoster::ScrollUnit::pixel, 2, dy, dx, 0);
         e->location = Point{50, 50};
         platform.eventPoster->post(EventPoster::Tap::hid, *e);
     };
@@ -140,10 +141,10 @@ TEST_P(X11EventPosterTest, PointerGoesWhereAskedAndPixelsAddUpToNotches) {
     mouse(PlatformEvent::otherMouseDown, {10, 10}, 2);
     mouse(PlatformEvent::otherMouseUp, {10, 10}, 2);
     const double notch = X11::X11EventPoster::pixelsPerNotch;
-    wheel(int32_t(notch) - 1, 0);  // not yet a notch
-    wheel(1, 0);                   // now one: up
-    wheel(-2 * int32_t(notch), 0); // two down
-    wheel(0, int32_t(notch));      // one left
+    wheel(int32_t(notch) - 1, 0);                                         // not yet a notch
+    wheel(1, 0);                                                          // now one: up
+    wheel(-2 * int32_t(notch), 0);                                        // two down
+    wheel(0, int32_t(notch));                                             // one left
     free(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));  // everything sent so far has arrived
     std::vector<uint8_t> presses;
     while (xcb_generic_event_t* event = xcb_poll_for_event(c)) {

@@ -59,9 +59,9 @@ TEST_P(X11WindowServerTest, ListsClientWindowsAsTheServerDescribesThem) {
         pid_t pid;
         std::string owner;
     };
-    for (const Expected& e : {Expected{patternWindow->id, pattern.pid(), "x11-testpattern"},
-                              Expected{xtermWindow->id, xterm.pid(), "xterm"},
-                              Expected{xeyesWindow->id, xeyes.pid(), "xeyes"}}) {
+    for (const Expected& e :
+         {Expected{patternWindow->id, pattern.pid(), "x11-testpattern"},
+          Expected{xtermWindow->id, xterm.pid(), "xterm"}, Expected{xeyesWindow->id, xeyes.pid(), "xeyes"}}) {
         SCOPED_TRACE(e.owner);
         auto entry = entryOf(entries, e.id);
         auto answer = display->ask(e.id);
