@@ -170,6 +170,14 @@ struct ListeningAgent {
     }
     // Waits until the agent's threads are back to `count` (a connection's
     // reader ends after it has let go of the connection).
+    bool reaches(size_t threads) {
+        auto deadline = std::chrono::steady_clock::now() + limit;
+        while (figuresOf(process.pid()).threads < threads) {
+            if (std::chrono::steady_clock::now() > deadline) return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return true;
+    }
     bool settlesTo(size_t threads) {
         auto deadline = std::chrono::steady_clock::now() + limit;
         while (figuresOf(process.pid()).threads > threads) {
@@ -340,7 +348,9 @@ TEST(TesselAgentFaults, ConnectionsAwaitingTheirHelloAreCapped) {
     size_t threads = figuresOf(agent.process.pid()).threads - silent.size();
     silent.clear();
     ASSERT_TRUE(agent.settlesTo(threads));
+    // Each taken in (its reader running) before all go at once.
     for (size_t i = 0; i < HandshakeGate::maxPending; ++i) silent.push_back(std::make_unique<RawHost>(agent.socket));
+    ASSERT_TRUE(agent.reaches(threads + silent.size()));
     silent.clear();
     ASSERT_TRUE(agent.settlesTo(threads));
     auto late = agent.helloedHost();
