@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Fails when a layer includes from a layer above it:
-# TslCore <- Platform <- TslStream <- TslAgent; only the agent's entry point, tests
-# and benchmarks see Platform/Sim.
+# TslCore <- Platform <- TslStream <- TslAgent; only the agent's entry point, tests,
+# benchmarks and tools see the desktops, Platform/Sim and Platform/X11.
 set -u
 root=${1:-$(cd "$(dirname "$0")/.." && pwd)}
 cd "$root/src" || exit 2
@@ -12,9 +12,9 @@ check() { # folder, forbidden include regex
   if [ -n "$hits" ]; then echo "layering violation in $1:"; echo "$hits"; bad=1; fi
 }
 check TslCore 'TslStream|TslAgent|Platform|TesselAgent|TesselHost'
-hits=$(grep -rnE '#include[[:space:]]+"(TslStream|TslAgent|Platform/Sim|TesselAgent|TesselHost)/' Platform --include='*.h' --include='*.cpp' | grep -v '^Platform/Sim/.*Platform/Sim/')
+hits=$(grep -rnE '#include[[:space:]]+"(TslStream|TslAgent|Platform/Sim|Platform/X11|TesselAgent|TesselHost)/' Platform --include='*.h' --include='*.cpp' | grep -vE '^Platform/(Sim|X11)/[^:]*:[0-9]+:#include[[:space:]]+"Platform/\1/')
 [ -n "$hits" ] && { echo "layering violation in Platform:"; echo "$hits"; bad=1; }
-check TslStream 'TslAgent|Platform/Sim|TesselAgent|TesselHost'
-check TslAgent 'Platform/Sim|TesselAgent|TesselHost'
-check TesselHost 'Platform/Sim|TesselAgent'
+check TslStream 'TslAgent|Platform/Sim|Platform/X11|TesselAgent|TesselHost'
+check TslAgent 'Platform/Sim|Platform/X11|TesselAgent|TesselHost'
+check TesselHost 'Platform/Sim|Platform/X11|TesselAgent'
 exit $bad

@@ -7,6 +7,7 @@
 #include "Platform/Linux/LinuxSystem.h"
 #include "Platform/Sim/Desktop.h"
 #include "Platform/Sim/SampleApps.h"
+#include "Platform/X11/X11Desktop.h"
 #include "TslAgent/AgentConfig.h"
 #include "TslAgent/AgentRunner.h"
 #include "TslAgent/AgentService.h"
@@ -29,6 +30,18 @@ int main(int argc, char** argv) {
     }
     const AgentConfig config = *parsed;
 
+    // A real desktop is checked before anything starts, so a missing one is a plain error.
+    std::shared_ptr<X11::X11Desktop> x11;
+    if (config.desktop == AgentConfig::Desktop::x11) {
+        try {
+            x11 = X11::X11Desktop::open({}, config.commandAs == AgentConfig::CommandAs::super ? X11::CommandKey::super
+                                                                                               : X11::CommandKey::control);
+        } catch (const X11::OpenError& e) {
+            std::fprintf(stderr, "TesselAgent: %s\n", e.description().c_str());
+            return 1;
+        }
+    }
+
     // Process-wide for the life of the process, which ends only by an exit.
     static MainActor main;
     // Linux has no desktop of its own: a simulation run gets a simulated one
@@ -38,6 +51,8 @@ int main(int argc, char** argv) {
     if (config.isSimulation) Sim::placeSampleApps(config.appsDir);
     PlatformServices platform = desktop->services();
     if (!config.isSimulation) platform.system = std::make_shared<LinuxSystem>();
+    // On X11 the display's windows and input; capture and the rest stay empty for now.
+    if (x11) platform = x11->services(platform);
     auto service = std::make_shared<AgentService>(config, platform);
     service->startBackgroundWork();
     auto* runner = new AgentRunner(config, service);

@@ -96,11 +96,21 @@ std::string normalisedPath(const fs::path& p) {
     return standardised(resolved).string();
 }
 
-SocketEndpoint unixEndpoint(const std::string& option, const std::string& text) {
+SocketEndpoint anyEndpoint(const std::string& text) {
     auto endpoint = SocketEndpoint::parse(text);
     if (!endpoint) throw AgentConfig::ParseError::usage("bad endpoint " + text);
-    if (!endpoint->isUnix()) throw AgentConfig::ParseError::usage(option + " accepts unix:<path> endpoints only");
     return *endpoint;
+}
+
+SocketEndpoint unixEndpoint(const std::string& option, const std::string& text) {
+    SocketEndpoint endpoint = anyEndpoint(text);
+    if (!endpoint.isUnix()) throw AgentConfig::ParseError::usage(option + " accepts unix:<path> endpoints only");
+    return endpoint;
+}
+
+bool isLoopbackTCP(const SocketEndpoint& endpoint) {
+    auto tcp = endpoint.get<SocketEndpoint::Tcp>();
+    return tcp && tcp->host == "127.0.0.1";
 }
 
 // The whole of a small regular file; nothing for anything else (a pipe left in
@@ -216,6 +226,8 @@ AgentConfig AgentConfig::parse(const std::vector<std::string>& arguments, const 
     std::optional<fs::path> simRoot;
     std::optional<fs::path> sharedDirOverride;
     std::optional<InjectionMode> inject;
+    Desktop desktop = Desktop::sim;
+    std::optional<CommandAs> commandAs;
 
     for (size_t i = 0; i < arguments.size(); ++i) {
         const std::string& option = arguments[i];
@@ -236,7 +248,8 @@ AgentConfig AgentConfig::parse(const std::vector<std::string>& arguments, const 
         } else if (option == "--connect") {
             mode = Mode::connect({unixEndpoint(option, value())});
         } else if (option == "--listen") {
-            mode = Mode::listen(unixEndpoint(option, value()));
+            // Which kinds may listen depends on the desktop, known only at the end.
+            mode = Mode::listen(anyEndpoint(value()));
         } else if (option == "--sim-root") {
             simRoot = standardised(fileURL(value()));
         } else if (option == "--shared-dir") {
@@ -250,12 +263,41 @@ AgentConfig AgentConfig::parse(const std::vector<std::string>& arguments, const 
             } else {
                 throw ParseError::usage("--inject pid|hid");
             }
+        } else if (option == "--desktop") {
+            const std::string& kind = value();
+            if (kind == "sim") desktop = Desktop::sim;
+            else if (kind == "x11") desktop = Desktop::x11;
+            else throw ParseError::usage("--desktop sim|x11");
+        } else if (option == "--command-as") {
+            const std::string& key = value();
+            if (key == "control") commandAs = CommandAs::control;
+            else if (key == "super") commandAs = CommandAs::super;
+            else throw ParseError::usage("--command-as control|super");
         } else {
             throw ParseError::usage("unknown argument " + option);
         }
     }
+    if (auto listen = mode ? mode->get<Mode::Listen>() : nullptr) {
+        const bool allowed = listen->endpoint.isUnix() || (desktop == Desktop::x11 && isLoopbackTCP(listen->endpoint));
+        if (!allowed)
+            throw ParseError::usage(desktop == Desktop::x11
+                                        ? "--listen accepts unix:<path> or tcp:127.0.0.1:<port> endpoints only"
+                                        : "--listen accepts unix:<path> endpoints only");
+    }
+    if (commandAs && desktop != Desktop::x11) throw ParseError::usage("--command-as is for --desktop x11");
 
     if (!mode) throw ParseError::usage("one of --vsock, --connect unix:<path>, --listen unix:<path> is required");
+    if (desktop == Desktop::x11) {
+        if (simRoot) throw ParseError::usage("--sim-root is for --desktop sim");
+        // A real desktop: the real user's folders, and the route the user asks for.
+        AgentConfig config(std::move(*mode), "/Applications", sharedDirOverride.value_or(guestSharedDir()),
+                           home / "Library" / "Preferences", home / "Library" / "Application Support", false, false,
+                           false, inject.value_or(InjectionMode::hid));
+        config.openRoots = {guestMountPoint()};
+        config.desktop = desktop;
+        config.commandAs = commandAs.value_or(CommandAs::control);
+        return config;
+    }
     if (inVirtualMachine && !guestRun)
         throw ParseError::unsafe("inside a virtual machine the agent runs only with --vsock (or --tcp-host)");
 

@@ -20,7 +20,14 @@ namespace tsl {
 // A simulation run (--connect, --listen, always with --sim-root) works in a
 // throw-away folder tree, and the parser refuses whatever could let it touch the
 // real user's folders, cursor or clipboard.
+//
+// An X11 run (--desktop x11) serves the real desktop of $DISPLAY: it dials as a
+// guest does, or listens on a unix socket or on loopback TCP, without a tree.
 struct AgentConfig {
+    enum class Desktop : uint8_t { sim, x11 };
+    // The X modifier the host's Command key becomes.
+    enum class CommandAs : uint8_t { control, super };
+
     struct Mode {
         // One endpoint per channel (control, video, input), or one for all three.
         struct Connect {
@@ -73,6 +80,8 @@ struct AgentConfig {
     bool exitOnDisconnect = false;
     bool clipboardSync = false;
     InjectionMode injectionMode = InjectionMode::pid;
+    Desktop desktop = Desktop::sim;
+    CommandAs commandAs = CommandAs::control;
 
     // Both direct constructors leave openRoots and openExclusions empty.
     AgentConfig(Mode mode, std::filesystem::path appsDir, std::filesystem::path sharedDir,

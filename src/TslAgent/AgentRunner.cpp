@@ -162,8 +162,11 @@ bool AgentRunner::dialChannel(const std::shared_ptr<DialRound>& round, const Soc
 
 void AgentRunner::listenLoop(const SocketEndpoint& endpoint) {
     std::shared_ptr<SocketListener> made;
+    // The parser lets TCP through only on loopback, for a real desktop.
+    const auto* tcp = endpoint.get<SocketEndpoint::Tcp>();
+    const bool loopback = tcp && tcp->host == "127.0.0.1";
     try {
-        if (!endpoint.isUnix()) throw std::runtime_error("not a unix endpoint");
+        if (!endpoint.isUnix() && !loopback) throw std::runtime_error("not a unix endpoint");
         made = std::make_shared<SocketListener>(endpoint, 8);
     } catch (const std::exception&) {
         log.error("cannot listen on %{public}s (unix sockets only)", endpoint.description());
@@ -175,7 +178,10 @@ void AgentRunner::listenLoop(const SocketEndpoint& endpoint) {
         if (stopping) return;
         listener = made;
     }
-    std::printf("TesselAgent listening on %s\n", endpoint.description().c_str());
+    // Port 0 lets the system choose; the line names the port it chose.
+    const SocketEndpoint shown =
+        loopback ? SocketEndpoint::tcp(tcp->host, made->boundTCPPort().value_or(tcp->port)) : endpoint;
+    std::printf("TesselAgent listening on %s\n", shown.description().c_str());
     std::fflush(stdout);
     // The listener stays open for the agent's life: a shortage of descriptors,
     // threads or memory only makes it wait a moment before it accepts again.
@@ -199,7 +205,7 @@ void AgentRunner::listenLoop(const SocketEndpoint& endpoint) {
             if (isStopping() || !pushBack(e.description())) break;
             continue;
         }
-        if (!peerIsThisUser(fd)) {
+        if (endpoint.isUnix() && !peerIsThisUser(fd)) {
             log.error("rejected a connection from another user");
             ::close(fd);
             continue;

@@ -22,4 +22,9 @@ const std::string& tesselExecutable() {
     return path;
 }
 
+const std::string& testPatternExecutable() {
+    static const std::string path = (binaryDir() / "tools" / "x11-testpattern").string();
+    return path;
+}
+
 }  // namespace tsl::test

@@ -11,5 +11,6 @@ const std::filesystem::path& sourceDir();
 const std::filesystem::path& binaryDir();
 const std::string& agentExecutable();
 const std::string& tesselExecutable();
+const std::string& testPatternExecutable();  // the X11 test pattern client
 
 }  // namespace tsl::test

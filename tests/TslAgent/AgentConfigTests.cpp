@@ -173,6 +173,45 @@ TEST(AgentConfig, GuestRunDefaults) {
               expected);
 }
 
+TEST(AgentConfig, X11RunServesTheRealDesktopWithoutATree) {
+    const fs::path home = "/home/someone";
+    AgentConfig expected(AgentConfig::Mode::listen(SocketEndpoint::tcp("127.0.0.1", 7000)), "/Applications",
+                         "/Volumes/My Shared Files/Tessel", "/home/someone/Library/Preferences",
+                         "/home/someone/Library/Application Support", false, false, false, InjectionMode::hid);
+    expected.openRoots = {"/Volumes/My Shared Files"};
+    expected.desktop = AgentConfig::Desktop::x11;
+    EXPECT_EQ(AgentConfig::parse({"--listen", "tcp:127.0.0.1:7000", "--desktop", "x11"}, home, false), expected);
+    // Dialling stays up through disconnects, as a guest's does; Command may become Super.
+    expected.mode = AgentConfig::Mode::connect({SocketEndpoint::unix("/run/host.sock")});
+    expected.commandAs = AgentConfig::CommandAs::super;
+    expected.injectionMode = InjectionMode::pid;
+    EXPECT_EQ(AgentConfig::parse({"--desktop", "x11", "--connect", "unix:/run/host.sock", "--command-as", "super",
+                                  "--inject", "pid"},
+                                 home, true),
+              expected);
+    EXPECT_EQ(AgentConfig::parse({"--desktop", "x11", "--listen", "unix:/run/a.sock"}, home, false).mode,
+              AgentConfig::Mode::listen(SocketEndpoint::unix("/run/a.sock")));
+
+    struct Case {
+        std::vector<std::string> args;
+        std::string message;
+    };
+    for (const Case& c : std::vector<Case>{
+             {{"--desktop", "x11", "--listen", "tcp:0.0.0.0:7000"},
+              "--listen accepts unix:<path> or tcp:127.0.0.1:<port> endpoints only"},
+             {{"--listen", "tcp:127.0.0.1:7000", "--sim-root", "/x"}, "--listen accepts unix:<path> endpoints only"},
+             {{"--desktop", "x11", "--listen", "unix:/a", "--sim-root", "/x"}, "--sim-root is for --desktop sim"},
+             {{"--listen", "unix:/a", "--command-as", "super", "--sim-root", "/x"}, "--command-as is for --desktop x11"},
+             {{"--desktop", "wayland"}, "--desktop sim|x11"},
+             {{"--desktop", "x11", "--command-as", "meta"}, "--command-as control|super"},
+         }) {
+        auto e = refusal(c.args, home);
+        ASSERT_TRUE(e) << c.message;
+        EXPECT_EQ(e->kind(), Kind::usage);
+        EXPECT_EQ(e->message(), c.message);
+    }
+}
+
 TEST_F(AgentConfigFS, SimulationRunDefaults) {
     const fs::path root = base / "sim";
     AgentConfig expected(AgentConfig::Mode::connect({SocketEndpoint::unix("/s/agent.sock")}), root / "Applications",

@@ -1,0 +1,90 @@
+#pragma once
+#include <xcb/xcb.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <initializer_list>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <unordered_map>
+
+#include "Platform/X11/X11Reply.h"
+#include "TslCore/Support/Error.h"
+
+namespace tsl::X11 {
+
+// The display could not be used; the text names what is missing.
+struct OpenError : Error {
+    using Error::Error;
+};
+
+// The one connection to an X server that every port of a desktop shares:
+// the xcb connection, an atom cache and a thread reading events. xcb is
+// thread-safe, so any thread makes requests and waits for replies; the event
+// thread only counts events so that waits can be woken by them. Errors come
+// back as values; a lost server makes every later call fail, never the
+// process exit.
+class Connection {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    // Windows the ports watch get this mask: moves, maps, focus, properties.
+    static constexpr uint32_t watchedMask =
+        XCB_EVENT_MASK_STRUCTURE_NOTIFY | XCB_EVENT_MASK_FOCUS_CHANGE | XCB_EVENT_MASK_PROPERTY_CHANGE;
+
+    // Throws OpenError when the display can't be opened or lacks Composite
+    // or XTEST. An empty name means $DISPLAY.
+    static std::shared_ptr<Connection> open(const std::string& display = {});
+    ~Connection();
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    xcb_connection_t* raw() const { return _c; }
+    xcb_window_t root() const { return _root; }
+    bool lost() const { return xcb_connection_has_error(_c) != 0; }
+
+    // Interned once per name; XCB_ATOM_NONE when the server can't be asked.
+    xcb_atom_t atom(std::string_view name);
+    // Interns several names with one round trip.
+    void intern(std::initializer_list<std::string_view> names);
+
+    // One round trip: everything sent before has been handled by the server.
+    bool roundTrip();
+    // Sends a request's error back as a value (waits for the server).
+    std::optional<XError> check(xcb_void_cookie_t cookie);
+    void flush() { xcb_flush(_c); }
+
+    // Our event mask on someone else's window, so that waits on it wake.
+    void watch(xcb_window_t window);
+    // Evaluates `done` now and after every event until it holds or the
+    // deadline passes; the last evaluation is the answer.
+    bool waitUntil(const std::function<bool()>& done, Clock::time_point deadline);
+
+    // Whether an EWMH window manager runs (its check window names itself).
+    bool hasWindowManager();
+
+private:
+    Connection(xcb_connection_t* c, xcb_window_t root);
+    void readEvents();
+
+    xcb_connection_t* const _c;
+    const xcb_window_t _root;
+    xcb_window_t _wakeWindow = 0;
+
+    std::mutex atomsLock;
+    std::unordered_map<std::string, xcb_atom_t> atoms;
+
+    std::mutex eventsLock;
+    std::condition_variable eventArrived;
+    uint64_t eventCount = 0;
+    bool reading = true;
+    std::thread events;
+};
+
+}  // namespace tsl::X11
