@@ -51,7 +51,7 @@ int main(int argc, char** argv) {
     if (config.isSimulation) Sim::placeSampleApps(config.appsDir);
     PlatformServices platform = desktop->services();
     if (!config.isSimulation) platform.system = std::make_shared<LinuxSystem>();
-    // On X11 the display's windows and input; capture and the rest stay empty for now.
+    // On X11 the display's windows, input and capture; the rest stays simulated.
     if (x11) platform = x11->services(platform);
     auto service = std::make_shared<AgentService>(config, platform);
     service->startBackgroundWork();

@@ -69,6 +69,14 @@ public:
     // Whether an EWMH window manager runs (its check window names itself).
     bool hasWindowManager();
 
+    // Called on the event thread with every event, before waits wake. A
+    // listener only records what it needs and returns: it must not wait for
+    // the server, nor add or remove listeners. Once `unlisten` returns, the
+    // listener is not running and never runs again.
+    using Listener = std::function<void(const xcb_generic_event_t&)>;
+    uint64_t listen(Listener listener);
+    void unlisten(uint64_t id);
+
 private:
     Connection(xcb_connection_t* c, xcb_window_t root);
     void readEvents();
@@ -79,6 +87,10 @@ private:
 
     std::mutex atomsLock;
     std::unordered_map<std::string, xcb_atom_t> atoms;
+
+    std::mutex listenersLock;
+    uint64_t nextListener = 1;
+    std::unordered_map<uint64_t, Listener> listeners;
 
     std::mutex eventsLock;
     std::condition_variable eventArrived;
