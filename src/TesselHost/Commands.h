@@ -19,5 +19,7 @@ void addStateCommand(CLI::App& app, int& exitCode);
 void addSetupCommand(CLI::App& app, int& exitCode);
 void addBetaCommand(CLI::App& app, int& exitCode);
 void addSimCommand(CLI::App& app, int& exitCode);
+void addViewCommand(CLI::App& app, int& exitCode);
+void addAppsCommands(CLI::App& app, int& exitCode);
 
 }  // namespace tsl::host

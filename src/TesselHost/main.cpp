@@ -22,6 +22,8 @@ int main(int argc, char** argv) {
     tsl::host::addSetupCommand(app, exitCode);
     tsl::host::addBetaCommand(app, exitCode);
     tsl::host::addSimCommand(app, exitCode);
+    tsl::host::addViewCommand(app, exitCode);
+    tsl::host::addAppsCommands(app, exitCode);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
