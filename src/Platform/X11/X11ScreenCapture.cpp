@@ -133,18 +133,23 @@ private:
     std::vector<std::shared_ptr<PixelBuffer>> free;
 };
 
-Clock::duration frameInterval(const CaptureConfiguration& c) {
-    double seconds = 1.0 / 60;
-    if (c.minimumFrameIntervalValue > 0 && c.minimumFrameIntervalTimescale > 0)
-        seconds = double(c.minimumFrameIntervalValue) / c.minimumFrameIntervalTimescale;
-    seconds = std::clamp(seconds, 0.001, 10.0);
+// Between pictures; none set means as fast as the window changes.
+Clock::duration pictureInterval(const CaptureConfiguration& c) {
+    if (c.minimumFrameIntervalValue <= 0 || c.minimumFrameIntervalTimescale <= 0) return Clock::duration::zero();
+    const double seconds = std::clamp(double(c.minimumFrameIntervalValue) / c.minimumFrameIntervalTimescale, 0.0, 10.0);
     return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+}
+
+// Between idle frames of an unchanged window.
+Clock::duration idleInterval(const CaptureConfiguration& c) {
+    return std::max<Clock::duration>(pictureInterval(c), std::chrono::milliseconds(16));
 }
 
 // Depth-24 windows leave the fourth byte undefined.
 void forceOpaque(uint8_t* pixels, size_t count) {
-    auto* words = reinterpret_cast<uint32_t*>(pixels);
-    for (size_t i = 0; i < count; ++i) words[i] |= 0xFF000000u;
+    auto* pairs = reinterpret_cast<uint64_t*>(pixels);
+    for (size_t i = 0; i < count / 2; ++i) pairs[i] |= 0xFF000000FF000000ull;
+    if (count % 2) reinterpret_cast<uint32_t*>(pixels)[count - 1] |= 0xFF000000u;
 }
 
 // `from` (w×h, rows w*4 apart) fitted into `to`, nearest pixel; the rest black.
@@ -230,12 +235,13 @@ public:
                 output = core->output;
             }
             const auto now = Clock::now();
-            const auto interval = frameInterval(config);
+            const auto interval = pictureInterval(config);
             if (stale && !rename()) {
                 // Unmapped since, or gone: the events say which.
                 picture = false;
             }
             CaptureSample sample;
+            bool retry = false;
             if (!mapped || pixmap == XCB_NONE) {
                 sample.attachments = attachments(CaptureFrameInfo::Status::idle);
             } else if (picture) {
@@ -244,15 +250,19 @@ public:
                 if (sample.imageBuffer) {
                     sample.attachments = attachments(CaptureFrameInfo::Status::complete, contentScale);
                 } else {
-                    // No picture free, or the read failed: try again next interval.
+                    // No picture free, or the read failed: try again a little later.
                     std::lock_guard g(core->lock);
                     core->damaged = true;
+                    retry = true;
                 }
             } else {
                 sample.attachments = attachments(CaptureFrameInfo::Status::idle);
             }
+            // A tick's timer may fire a little late; a small allowance keeps a
+            // window drawn at the stream's own rate from losing frames to it.
             if (picture) nextPicture = now + interval - std::min<Clock::duration>(interval / 20, std::chrono::milliseconds(1));
-            nextIdle = now + interval;
+            if (retry) nextPicture = now + std::max<Clock::duration>(interval, std::chrono::milliseconds(2));
+            nextIdle = now + idleInterval(config);
             if (output && sample.attachments) output(sample, CaptureOutputType::screen);
         }
         end(false);
