@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <fstream>
+#include <map>
 #include <string_view>
 
 namespace tsl::X11 {
@@ -50,13 +50,6 @@ std::string utf8FromLatin1(const std::string& s) {
     return out;
 }
 
-std::string commandName(int32_t pid) {
-    std::ifstream in("/proc/" + std::to_string(pid) + "/comm");
-    std::string name;
-    std::getline(in, name);
-    return name;
-}
-
 // The second of WM_CLASS's two strings.
 std::string classOf(const std::optional<std::string>& wmClass) {
     if (!wmClass) return {};
@@ -91,6 +84,7 @@ struct TopLevel {
     xcb_window_t id = 0;
     bool overrideRedirect = false;
     bool inputOnly = false;
+    bool viewable = false;
     bool hasState = false;
     std::vector<xcb_window_t> children;
 };
@@ -160,7 +154,7 @@ std::optional<ClientWindow> collect(Connection& x, xcb_window_t w, const TopLeve
     out.pid = ownerPid ? ownerPid : pid.empty() ? std::nullopt : std::optional<int32_t>(int32_t(pid[0]));
     if (netName) out.title = *netName;
     else if (name) out.title = utf8FromLatin1(*name);
-    out.ownerName = out.pid ? commandName(*out.pid) : std::string();
+    out.ownerName = out.pid ? x.processName(*out.pid, w) : std::string();
     if (out.ownerName.empty()) out.ownerName = classOf(wmClass);
     // Without a window manager a top level with neither class nor name is
     // nobody's application window.
@@ -182,88 +176,156 @@ std::optional<ClientWindow> collect(Connection& x, xcb_window_t w, const TopLeve
     return out;
 }
 
-}  // namespace
+// Which child of the root holds each client; the index into the stacking order.
+using Placement = std::vector<std::pair<xcb_window_t, size_t>>;
 
-std::vector<ClientWindow> ClientWindow::list(Connection& x) {
+void readTopLevel(Connection& x, TopLevel& top, xcb_get_window_attributes_cookie_t cookie) {
+    auto attributes = wait(x.raw(), xcb_get_window_attributes_reply, cookie);
+    // A window gone meanwhile is passed over like an input-only one.
+    top.inputOnly = !attributes || attributes->_class == XCB_WINDOW_CLASS_INPUT_ONLY;
+    if (!attributes) return;
+    top.overrideRedirect = attributes->override_redirect;
+    top.viewable = attributes->map_state == XCB_MAP_STATE_VIEWABLE;
+}
+
+// Hidden popups are no windows anyone can bring back; they are left out.
+bool shownPopup(const TopLevel& t) { return !t.inputOnly && t.overrideRedirect && t.viewable; }
+
+// Under a window manager that publishes its client list: each client's
+// frame is its parent, so no frame is searched. Client requests go out with
+// the first batch.
+Placement placeManaged(Connection& x, std::vector<TopLevel>& tops, const std::vector<uint32_t>& managed,
+                       std::map<xcb_window_t, ClientCookies>& asked, bool hasRes) {
+    xcb_connection_t* c = x.raw();
+    std::vector<xcb_get_window_attributes_cookie_t> attributes;
+    for (const TopLevel& t : tops) attributes.push_back(xcb_get_window_attributes(c, t.id));
+    std::vector<xcb_query_tree_cookie_t> parents;
+    for (uint32_t client : managed) {
+        parents.push_back(xcb_query_tree(c, client));
+        asked.emplace(client, askAbout(x, client, hasRes));
+    }
+    for (size_t i = 0; i < tops.size(); ++i) readTopLevel(x, tops[i], attributes[i]);
+    std::map<xcb_window_t, size_t> index;
+    for (size_t i = 0; i < tops.size(); ++i) index[tops[i].id] = i;
+    Placement placed;
+    for (size_t k = 0; k < managed.size(); ++k) {
+        auto tree = wait(c, xcb_query_tree_reply, parents[k]);
+        xcb_window_t at = managed[k], parent = tree ? tree->parent : XCB_NONE;
+        // A manager may nest a client deeper than one frame.
+        for (int depth = 0; parent != XCB_NONE && parent != x.root() && !index.count(parent) && depth < 8; ++depth) {
+            auto up = wait(c, xcb_query_tree_reply, xcb_query_tree(c, parent));
+            parent = up ? up->parent : XCB_NONE;
+        }
+        if (parent != x.root()) at = parent;
+        auto it = index.find(at);
+        if (parent != XCB_NONE && it != index.end() && !tops[it->second].inputOnly) {
+            tops[it->second].hasState = true;
+            placed.emplace_back(managed[k], it->second);
+        }
+    }
+    for (size_t i = 0; i < tops.size(); ++i)
+        if (shownPopup(tops[i]) && !tops[i].hasState) {
+            asked.emplace(tops[i].id, askAbout(x, tops[i].id, hasRes));
+            placed.emplace_back(tops[i].id, i);
+        }
+    return placed;
+}
+
+// Without a client list: WM_STATE on each child of the root, else on its
+// children (inside a frame); a top level without it counts only when no
+// window manager runs.
+Placement placeBySearch(Connection& x, std::vector<TopLevel>& tops, const std::vector<uint32_t>& checkWindow,
+                        std::map<xcb_window_t, ClientCookies>& asked, bool hasRes) {
     xcb_connection_t* c = x.raw();
     const xcb_atom_t wmState = x.atom("WM_STATE");
     const xcb_atom_t wmCheck = x.atom("_NET_SUPPORTING_WM_CHECK");
-    x.intern({"_NET_WM_WINDOW_TYPE_NORMAL", "_NET_WM_WINDOW_TYPE_DIALOG", "_NET_WM_WINDOW_TYPE_DOCK",
-              "_NET_WM_WINDOW_TYPE_MENU", "_NET_WM_WINDOW_TYPE_DROPDOWN_MENU", "_NET_WM_WINDOW_TYPE_POPUP_MENU",
-              "_NET_WM_WINDOW_TYPE_COMBO", "_NET_WM_WINDOW_TYPE_TOOLTIP", "_NET_WM_WINDOW_TYPE_NOTIFICATION",
-              "_NET_WM_WINDOW_TYPE_DESKTOP"});
-
-    // Step 1: the stacking order, bottom first.
-    auto tree = wait(c, xcb_query_tree_reply, xcb_query_tree(c, x.root()));
-    if (!tree) return {};
-    const xcb_window_t* kids = xcb_query_tree_children(tree.get());
-    std::vector<TopLevel> tops(size_t(xcb_query_tree_children_length(tree.get())));
-    for (size_t i = 0; i < tops.size(); ++i) tops[i].id = kids[i];
-
-    // Step 2: what each child of the root is, and where the window manager's check points.
-    struct Step2 {
+    struct Second {
         xcb_get_window_attributes_cookie_t attributes;
         xcb_get_property_cookie_t state;
         xcb_query_tree_cookie_t tree;
     };
-    std::vector<Step2> second;
+    std::vector<Second> second;
     for (const TopLevel& t : tops)
         second.push_back({xcb_get_window_attributes(c, t.id), ask(x, t.id, wmState), xcb_query_tree(c, t.id)});
-    auto rootCheck = ask(x, x.root(), wmCheck);
     for (size_t i = 0; i < tops.size(); ++i) {
-        auto attributes = wait(c, xcb_get_window_attributes_reply, second[i].attributes);
+        readTopLevel(x, tops[i], second[i].attributes);
         auto state = take(x, second[i].state);
         auto subtree = wait(c, xcb_query_tree_reply, second[i].tree);
-        if (!attributes || !subtree) {
-            tops[i].inputOnly = true;  // gone meanwhile: passed over like an input-only window
-            continue;
-        }
-        tops[i].overrideRedirect = attributes->override_redirect;
-        tops[i].inputOnly = attributes->_class == XCB_WINDOW_CLASS_INPUT_ONLY;
+        if (!subtree) tops[i].inputOnly = true;
+        if (tops[i].inputOnly) continue;
         tops[i].hasState = state && state->type != XCB_NONE;
         const xcb_window_t* sub = xcb_query_tree_children(subtree.get());
         tops[i].children.assign(sub, sub + xcb_query_tree_children_length(subtree.get()));
     }
-    std::vector<uint32_t> checkWindow = cardinals(take(x, rootCheck));
-
-    // Step 3: inside each frame, the child carrying WM_STATE; and whether the
-    // window manager the root names is still there.
     std::vector<std::vector<xcb_get_property_cookie_t>> third(tops.size());
     for (size_t i = 0; i < tops.size(); ++i)
         if (!tops[i].inputOnly && !tops[i].hasState && !tops[i].overrideRedirect)
             for (xcb_window_t child : tops[i].children) third[i].push_back(ask(x, child, wmState));
     std::optional<xcb_get_property_cookie_t> checkSelf;
     if (!checkWindow.empty()) checkSelf = ask(x, checkWindow[0], wmCheck);
-    std::vector<std::pair<xcb_window_t, size_t>> clients;  // client, index of its top level
+    Placement placed;
+    std::vector<bool> bare;  // a top level standing for itself, without WM_STATE
     for (size_t i = 0; i < tops.size(); ++i) {
         std::optional<xcb_window_t> inside;
         for (size_t k = 0; k < third[i].size(); ++k) {
             auto state = take(x, third[i][k]);
             if (!inside && state && state->type != XCB_NONE) inside = tops[i].children[k];
         }
-        if (tops[i].inputOnly) continue;
-        if (tops[i].hasState || tops[i].overrideRedirect) clients.emplace_back(tops[i].id, i);
-        else if (inside) clients.emplace_back(*inside, i);
-        else clients.emplace_back(tops[i].id, i);  // kept below only if no window manager runs
+        const TopLevel& t = tops[i];
+        if (t.inputOnly || (t.overrideRedirect && !shownPopup(t))) continue;
+        placed.emplace_back(t.hasState || t.overrideRedirect || !inside ? t.id : *inside, i);
+        bare.push_back(!t.hasState && !t.overrideRedirect && !inside);
     }
     std::vector<uint32_t> self = checkSelf ? cardinals(take(x, *checkSelf)) : std::vector<uint32_t>{};
     const bool managed = !checkWindow.empty() && !self.empty() && self[0] == checkWindow[0];
-    if (managed)
-        std::erase_if(clients, [&](const auto& entry) {
-            const TopLevel& t = tops[entry.second];
-            return entry.first == t.id && !t.hasState && !t.overrideRedirect;
-        });
+    Placement kept;
+    for (size_t k = 0; k < placed.size(); ++k) {
+        if (managed && bare[k]) continue;
+        kept.push_back(placed[k]);
+        asked.emplace(placed[k].first, askAbout(x, placed[k].first, hasRes));
+    }
+    return kept;
+}
 
-    // Step 4: everything about each client, in one batch.
+}  // namespace
+
+std::vector<ClientWindow> ClientWindow::list(Connection& x) {
+    xcb_connection_t* c = x.raw();
+    x.intern({"_NET_WM_WINDOW_TYPE_NORMAL", "_NET_WM_WINDOW_TYPE_DIALOG", "_NET_WM_WINDOW_TYPE_DOCK",
+              "_NET_WM_WINDOW_TYPE_MENU", "_NET_WM_WINDOW_TYPE_DROPDOWN_MENU", "_NET_WM_WINDOW_TYPE_POPUP_MENU",
+              "_NET_WM_WINDOW_TYPE_COMBO", "_NET_WM_WINDOW_TYPE_TOOLTIP", "_NET_WM_WINDOW_TYPE_NOTIFICATION",
+              "_NET_WM_WINDOW_TYPE_DESKTOP", "_NET_CLIENT_LIST"});
     const xcb_query_extension_reply_t* res = xcb_get_extension_data(c, &xcb_res_id);
     const bool hasRes = res && res->present;
-    std::vector<ClientCookies> fourth;
-    fourth.reserve(clients.size());
-    for (const auto& [w, i] : clients) fourth.push_back(askAbout(x, w, hasRes));
+
+    // The stacking order, bottom first, and what a window manager says of itself.
+    auto treeCookie = xcb_query_tree(c, x.root());
+    auto clientList = xcb_get_property(c, 0, x.root(), x.atom("_NET_CLIENT_LIST"), XCB_ATOM_WINDOW, 0, 1 << 16);
+    auto rootCheck = ask(x, x.root(), x.atom("_NET_SUPPORTING_WM_CHECK"));
+    auto tree = wait(c, xcb_query_tree_reply, treeCookie);
+    const std::vector<uint32_t> managed = cardinals(take(x, clientList));
+    const std::vector<uint32_t> checkWindow = cardinals(take(x, rootCheck));
+    if (!tree) return {};
+    const xcb_window_t* kids = xcb_query_tree_children(tree.get());
+    std::vector<TopLevel> tops(size_t(xcb_query_tree_children_length(tree.get())));
+    for (size_t i = 0; i < tops.size(); ++i) tops[i].id = kids[i];
+
+    std::map<xcb_window_t, ClientCookies> asked;
+    Placement placed = !managed.empty() && !checkWindow.empty() ? placeManaged(x, tops, managed, asked, hasRes)
+                                                                : placeBySearch(x, tops, checkWindow, asked, hasRes);
+    // Every reply is read, also of clients that found no place.
+    std::map<xcb_window_t, std::optional<ClientWindow>> collected;
+    std::map<xcb_window_t, size_t> topOf;
+    for (const auto& [w, i] : placed) topOf[w] = i;
+    for (auto& [w, cookies] : asked) {
+        auto it = topOf.find(w);
+        TopLevel none;
+        collected[w] = collect(x, w, it == topOf.end() ? none : tops[it->second], cookies);
+    }
+    std::sort(placed.begin(), placed.end(), [](const auto& a, const auto& b) { return a.second > b.second; });
     std::vector<ClientWindow> out;
-    for (size_t k = clients.size(); k-- > 0;)  // front to back
-        if (auto window = collect(x, clients[k].first, tops[clients[k].second], fourth[k]))
-            out.push_back(std::move(*window));
+    for (const auto& [w, i] : placed)  // front to back
+        if (auto& window = collected[w]) out.push_back(std::move(*window));
     return out;
 }
 

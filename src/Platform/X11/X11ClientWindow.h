@@ -31,8 +31,8 @@ struct ClientWindow {
 
     bool onScreen() const { return viewable && !hidden; }
 
-    // Every client window, front to back. A handful of round trips whatever
-    // the number of windows: each step's requests go out together.
+    // Every client window, front to back. A few round trips whatever the
+    // number of windows: each step's requests go out together.
     static std::vector<ClientWindow> list(Connection& connection);
     // The client holding `window` (itself, or an ancestor below the root).
     static std::optional<ClientWindow> containing(Connection& connection, xcb_window_t window,

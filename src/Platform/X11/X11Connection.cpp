@@ -5,6 +5,7 @@
 #include <xcb/xtest.h>
 
 #include <cstring>
+#include <fstream>
 #include <vector>
 
 namespace tsl::X11 {
@@ -114,19 +115,25 @@ void Connection::unlisten(uint64_t id) {
 xcb_atom_t Connection::atom(std::string_view name) {
     {
         std::lock_guard guard(atomsLock);
-        if (auto it = atoms.find(std::string(name)); it != atoms.end()) return it->second;
+        if (auto it = atoms.find(name); it != atoms.end()) return it->second;
     }
     intern({name});
     std::lock_guard guard(atomsLock);
-    auto it = atoms.find(std::string(name));
+    auto it = atoms.find(name);
     return it == atoms.end() ? xcb_atom_t(XCB_ATOM_NONE) : it->second;
 }
 
 void Connection::intern(std::initializer_list<std::string_view> names) {
+    std::vector<std::string_view> missing;
+    {
+        std::lock_guard guard(atomsLock);
+        for (std::string_view n : names)
+            if (atoms.find(n) == atoms.end()) missing.push_back(n);
+    }
     std::vector<xcb_intern_atom_cookie_t> cookies;
-    for (std::string_view n : names) cookies.push_back(xcb_intern_atom(_c, 0, uint16_t(n.size()), n.data()));
+    for (std::string_view n : missing) cookies.push_back(xcb_intern_atom(_c, 0, uint16_t(n.size()), n.data()));
     size_t i = 0;
-    for (std::string_view n : names) {
+    for (std::string_view n : missing) {
         auto reply = wait(_c, xcb_intern_atom_reply, cookies[i++]);
         if (!reply) continue;
         std::lock_guard guard(atomsLock);
@@ -178,6 +185,22 @@ bool Connection::hasWindowManager() {
     const xcb_window_t named = windowOf(_root);
     // A window manager that died leaves its property behind, naming a window gone.
     return named != XCB_NONE && windowOf(named) == named;
+}
+
+std::string Connection::processName(int32_t pid, xcb_window_t window) {
+    constexpr size_t remembered = 1024;
+    const std::pair<int32_t, uint32_t> key{pid, window & ~xcb_get_setup(_c)->resource_id_mask};
+    {
+        std::lock_guard guard(namesLock);
+        if (auto it = names.find(key); it != names.end()) return it->second;
+    }
+    std::ifstream in("/proc/" + std::to_string(pid) + "/comm");
+    std::string name;
+    std::getline(in, name);
+    std::lock_guard guard(namesLock);
+    if (names.size() >= remembered) names.clear();
+    if (!name.empty()) names[key] = name;
+    return name;
 }
 
 }  // namespace tsl::X11

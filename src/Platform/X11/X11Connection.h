@@ -6,13 +6,13 @@
 #include <condition_variable>
 #include <functional>
 #include <initializer_list>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
-#include <unordered_map>
 
 #include "Platform/X11/X11Reply.h"
 #include "TslCore/Support/Error.h"
@@ -77,6 +77,10 @@ public:
     uint64_t listen(Listener listener);
     void unlisten(uint64_t id);
 
+    // The command name of the process owning `window`, remembered per X
+    // client and pid, as windows are listed often and processes rarely change.
+    std::string processName(int32_t pid, xcb_window_t window);
+
 private:
     Connection(xcb_connection_t* c, xcb_window_t root);
     void readEvents();
@@ -86,11 +90,14 @@ private:
     xcb_window_t _wakeWindow = 0;
 
     std::mutex atomsLock;
-    std::unordered_map<std::string, xcb_atom_t> atoms;
+    std::map<std::string, xcb_atom_t, std::less<>> atoms;
+
+    std::mutex namesLock;
+    std::map<std::pair<int32_t, uint32_t>, std::string> names;
 
     std::mutex listenersLock;
     uint64_t nextListener = 1;
-    std::unordered_map<uint64_t, Listener> listeners;
+    std::map<uint64_t, Listener> listeners;
 
     std::mutex eventsLock;
     std::condition_variable eventArrived;
