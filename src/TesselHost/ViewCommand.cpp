@@ -262,8 +262,15 @@ int runView(ViewArguments& args) {
                     const GuestWindow& w = event->value.window;
                     using Kind = WindowEvent::Kind;
                     if ((event->value.kind == Kind::created || event->value.kind == Kind::restored) &&
-                        !views.has(w.windowID) && chosen(w, args.window) && w.isOnScreen)
-                        views.open(w);
+                        !views.has(w.windowID) && chosen(w, args.window) && w.isOnScreen) {
+                        // A window may go again before its stream starts; the others go on.
+                        try {
+                            views.open(w);
+                        } catch (const std::exception& e) {
+                            views.close(w.windowID);
+                            std::cerr << "tessel view: " << e.what() << "\n";
+                        }
+                    }
                     else if ((event->value.kind == Kind::closed || event->value.kind == Kind::minimized) &&
                              views.has(w.windowID))
                         views.close(w.windowID);
