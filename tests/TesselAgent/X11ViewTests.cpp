@@ -3,12 +3,15 @@
 // listening host. Headless, as on a machine without a display.
 #include <gtest/gtest.h>
 
+#include <xcb/xtest.h>
+
 #include <nlohmann/json.hpp>
 
 #include "Support/ChildProcess.h"
 #include "Support/TempDir.h"
 #include "Support/TestPaths.h"
 #include "Support/XDisplay.h"
+#include "TslCore/Measure/TestPattern.h"
 
 namespace tsl::test {
 namespace {
@@ -67,6 +70,51 @@ TEST(X11View, WaitsForAnAgentThatDialsIn) {
     ChildProcess agent(agentExecutable(), {"--desktop", "x11", "--connect", g.socket});
     ASSERT_EQ(view->wait(std::chrono::seconds(60)), 0) << view->standardError();
     EXPECT_NE(view->standardOutput().find("input-to-pixel p50 / floor"), std::string::npos);
+}
+
+// The agent on display A, tessel view on display B: the view shows the
+// pattern at its size, and F1 pressed on B turns the square white on both.
+TEST(X11View, ShowsTheGuestOnAnotherDisplayAndTakesItsKeys) {
+    Guest g;  // display A; DISPLAY names it until B starts
+    ASSERT_TRUE(g.patternShown());
+    auto pattern = g.display.waitForWindow("Tsl TestPattern");
+    ASSERT_TRUE(g.agentListens());
+    XDisplay b(false);
+    ASSERT_TRUE(b.ready());
+    ChildProcess view("/usr/bin/env", {"DISPLAY=" + b.name(), "SDL_RENDER_DRIVER=software",
+                                       "SDL_FRAMEBUFFER_ACCELERATION=0", tesselExecutable(), "view", "--connect",
+                                       g.socket});
+    auto shown = b.waitForWindow("Tsl TestPattern");
+    ASSERT_TRUE(shown) << view.standardError();
+    EXPECT_EQ(shown->bounds.size(), pattern->bounds.size());
+
+    using namespace TestPatternSpec;
+    auto square = [&](XDisplay& d, const Rect& at) {
+        return d.meanLuma(int(at.x + squareX + 8), int(at.y + squareY + 8), int(squareSize - 16), int(squareSize - 16));
+    };
+    auto squareIs = [&](XDisplay& d, const Rect& at, bool white) {
+        return d.waitUntil([&] {
+            auto luma = square(d, at);
+            return luma && (*luma > whiteThreshold) == white;
+        });
+    };
+    ASSERT_TRUE(squareIs(b, shown->bounds, false));
+
+    xcb_connection_t* c = b.connection().raw();
+    xcb_warp_pointer(c, XCB_NONE, shown->id, 0, 0, 0, 0, 300, 300);
+    xcb_set_input_focus(c, XCB_INPUT_FOCUS_PARENT, shown->id, XCB_CURRENT_TIME);
+    constexpr uint8_t f1 = 67;  // evdev's F1
+    xcb_test_fake_input(c, XCB_KEY_PRESS, f1, XCB_CURRENT_TIME, XCB_NONE, 0, 0, 0);
+    b.connection().flush();
+    EXPECT_TRUE(squareIs(g.display, pattern->bounds, true));
+    EXPECT_TRUE(squareIs(b, shown->bounds, true));
+    xcb_test_fake_input(c, XCB_KEY_RELEASE, f1, XCB_CURRENT_TIME, XCB_NONE, 0, 0, 0);
+    b.connection().flush();
+    EXPECT_TRUE(squareIs(g.display, pattern->bounds, false));
+
+    // Ctrl-C closes everything and counts as a success.
+    view.signal(SIGINT);
+    EXPECT_EQ(view.wait(std::chrono::seconds(30)), 0) << view.standardError();
 }
 
 TEST(X11View, UsageErrorsAndAMissingWindow) {
