@@ -258,9 +258,10 @@ public:
             } else {
                 sample.attachments = attachments(CaptureFrameInfo::Status::idle);
             }
-            // A tick's timer may fire a little late; a small allowance keeps a
-            // window drawn at the stream's own rate from losing frames to it.
-            if (picture) nextPicture = now + interval - std::min<Clock::duration>(interval / 20, std::chrono::milliseconds(1));
+            // Pictures keep to a grid of intervals while the window keeps changing,
+            // so a late wake-up doesn't push every later picture back; after a
+            // quiet spell the grid starts again from this picture.
+            if (picture) nextPicture = now - nextPicture < interval ? nextPicture + interval : now + interval;
             if (retry) nextPicture = now + std::max<Clock::duration>(interval, std::chrono::milliseconds(2));
             nextIdle = now + idleInterval(config);
             if (output && sample.attachments) output(sample, CaptureOutputType::screen);
