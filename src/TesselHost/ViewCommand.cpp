@@ -200,8 +200,7 @@ int runView(ViewArguments& args) {
     ::sigaction(SIGINT, &action, nullptr);
     ::sigaction(SIGTERM, &action, nullptr);
 
-    if (!displayPresent()) ::setenv("SDL_VIDEODRIVER", "offscreen", 0);
-    const bool shown = !args.headless && StreamView::displayAvailable();
+    const bool shown = !args.headless && displayPresent() && StreamView::displayAvailable();
     if (!args.headless && !shown) std::cerr << "tessel view: no display; running headless\n";
 
     std::unique_ptr<HostSession> session;
