@@ -49,7 +49,7 @@ int main(int argc, char** argv) {
     auto desktop = Sim::Desktop::make({.home = homeDirectory(), .applicationDirs = {config.appsDir}});
     PlatformServices platform = desktop->services();
     if (!config.isSimulation) platform.system = std::make_shared<LinuxSystem>();
-    // On X11 the display's windows and input; capture and the rest stay empty for now.
+    // On X11 the display's windows, input and capture; the rest stays simulated.
     if (x11) platform = x11->services(platform);
     auto service = std::make_shared<AgentService>(config, platform);
     service->startBackgroundWork();

@@ -16,5 +16,7 @@ void addStateCommand(CLI::App& app, ExitStatus& status);
 void addSetupCommand(CLI::App& app, ExitStatus& status);
 void addBetaCommand(CLI::App& app, ExitStatus& status);
 void addSimCommand(CLI::App& app, ExitStatus& status);
+void addViewCommand(CLI::App& app, ExitStatus& status);
+void addAppsCommands(CLI::App& app, ExitStatus& status);
 
 }  // namespace tsl::host

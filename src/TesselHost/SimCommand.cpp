@@ -64,27 +64,6 @@ void waitUntil(std::chrono::steady_clock::time_point end) {
     while (!interrupted && std::chrono::steady_clock::now() < end) std::this_thread::sleep_for(std::chrono::milliseconds(50));
 }
 
-// Results go to the user's cache unless a folder is named: never into
-// whatever folder the command happens to run in.
-std::string resultsFolder(const SimOptions& o) {
-    return o.out.empty() ? homeDirectory() + "/.cache/tessel/sim-results" : o.out;
-}
-
-std::vector<std::string> writeResults(const SimFigures& f, const SimSummary& s, const SimOptions& o,
-                                      const std::string& text) {
-    const std::string folder = resultsFolder(o);
-    if (const int error = FileTree::makeFolders(folder, 0700))
-        throw Error("cannot create " + folder + ": " + std::strerror(error));
-    ResultWriter writer(folder, "sim");
-    std::vector<std::string> latency, fps;
-    for (size_t i = 0; i < f.latencyMs.size(); ++i) latency.push_back(std::to_string(i + 1) + "," + std::to_string(f.latencyMs[i]));
-    for (size_t i = 0; i < f.framesPerSecond.size(); ++i) fps.push_back(std::to_string(i) + "," + std::to_string(f.framesPerSecond[i]));
-    return {writer.write("latency", "round_trip,milliseconds", latency),
-            writer.write("fps", "second,frames", fps),
-            writer.writeText("summary.txt", text + floorLine(s) + "\n"),
-            writer.writeText("chart.svg", svgChart(f, s))};
-}
-
 ExitStatus runSim(SimArguments& args) {
     SimOptions& o = args.options;
     o.codec = args.codec == "raw" ? VideoCodec::rawBGRA : VideoCodec::h264;
@@ -153,9 +132,9 @@ ExitStatus runSim(SimArguments& args) {
     session.stop();
     SimSummary summary = SimSummary::of(figures, o);
     std::string text = summaryText(summary, o);
-    const std::vector<std::string> files = writeResults(figures, summary, o, text);
+    const std::vector<std::string> files = writeResults(figures, summary, resultsFolder(o.out, "sim"), "sim", text);
     if (o.json) printJSON(summaryJSON(summary, o, files));
-    else std::cout << text << "\n" << floorLine(summary) << "\n\nResults in " << resultsFolder(o) << "\n";
+    else std::cout << text << "\n" << floorLine(summary) << "\n\nResults in " << resultsFolder(o.out, "sim") << "\n";
     if (summary.roundTrips == 0 && o.measure > 0) throw CommandFailure("no round trip was measured");
     return ExitStatus::success;
 }

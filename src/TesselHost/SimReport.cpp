@@ -1,9 +1,15 @@
 #include "TesselHost/SimReport.h"
 
 #include <cstdio>
+#include <cstring>
 #include <nlohmann/json.hpp>
 
+#include "TesselHost/SimChart.h"
 #include "TslCore/Measure/Stats.h"
+#include "TslCore/Support/Error.h"
+#include "TslCore/Support/FileTree.h"
+#include "TslCore/Support/HomeDirectory.h"
+#include "TslStream/Measure/ResultWriter.h"
 
 namespace tsl::host {
 namespace {
@@ -89,6 +95,25 @@ nlohmann::json summaryJSON(const SimSummary& s, const SimOptions& o, const std::
         {"files", files},
     };
     return j;
+}
+
+std::string resultsFolder(const std::string& named, const std::string& kind) {
+    return named.empty() ? homeDirectory() + "/.cache/tessel/" + kind + "-results" : named;
+}
+
+std::vector<std::string> writeResults(const SimFigures& f, const SimSummary& s, const std::string& folder,
+                                      const std::string& kind, const std::string& text) {
+    if (const int error = FileTree::makeFolders(folder, 0700))
+        throw Error("cannot create " + folder + ": " + std::strerror(error));
+    ResultWriter writer(folder, kind);
+    std::vector<std::string> latency, fps;
+    for (size_t i = 0; i < f.latencyMs.size(); ++i)
+        latency.push_back(std::to_string(i + 1) + "," + std::to_string(f.latencyMs[i]));
+    for (size_t i = 0; i < f.framesPerSecond.size(); ++i)
+        fps.push_back(std::to_string(i) + "," + std::to_string(f.framesPerSecond[i]));
+    return {writer.write("latency", "round_trip,milliseconds", latency), writer.write("fps", "second,frames", fps),
+            writer.writeText("summary.txt", text + floorLine(s) + "\n"),
+            writer.writeText("chart.svg", svgChart(f, s))};
 }
 
 }  // namespace tsl::host

@@ -32,6 +32,14 @@ struct SimSummary {
 std::string summaryText(const SimSummary& summary, const SimOptions& options);
 // The goal in the benchmarks' form.
 std::string floorLine(const SimSummary& summary);
+
+// Where a command's results go: `named`, else the user's cache
+// (<home>/.cache/tessel/<kind>-results), never the folder it runs in.
+std::string resultsFolder(const std::string& named, const std::string& kind);
+// The latency and frame-rate CSVs, the text summary and the chart, each
+// named after `kind`; the paths written. Throws Error.
+std::vector<std::string> writeResults(const SimFigures& figures, const SimSummary& summary, const std::string& folder,
+                                      const std::string& kind, const std::string& text);
 nlohmann::json summaryJSON(const SimSummary& summary, const SimOptions& options, const std::vector<std::string>& files);
 
 }  // namespace tsl::host

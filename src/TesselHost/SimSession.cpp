@@ -13,7 +13,6 @@
 #include "TslCore/Support/Error.h"
 #include "TslCore/Support/FileTree.h"
 #include "TslCore/Support/HomeDirectory.h"
-#include "TslCore/Support/MonoClock.h"
 #include "TslStream/Runtime/GlobalQueue.h"
 #include "TslStream/Runtime/Task.h"
 
@@ -22,8 +21,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-
-constexpr double requestTimeout = 10.0;
 
 // Polls until `done` holds or `seconds` pass; for waiting on a child process
 // and the window server, which announce nothing.
@@ -78,128 +75,54 @@ SimSession::~SimSession() {
     }
 }
 
-ControlMessage SimSession::request(ControlMessage message) {
-    try {
-        return runBlocking(GlobalQueue::executor(), link->control->request(std::move(message), requestTimeout),
-                           std::chrono::seconds(int(requestTimeout) + 5));
-    } catch (const std::exception& e) {
-        throw Error(std::string("the agent did not do it: ") + e.what());
-    }
-}
-
 void SimSession::start(PictureSink pictureSink) {
-    sink = std::move(pictureSink);
     fs::path agent = options.agent.empty() ? agentBesideThisProgram() : fs::path(options.agent);
     root = makeRoot();
     backend = std::make_unique<SimulatedGuestBackend>(root / "guest", agent);
-    link = runBlocking(GlobalQueue::executor(), backend->start(progress), std::chrono::seconds(30));
+    auto link = runBlocking(GlobalQueue::executor(), backend->start(progress), std::chrono::seconds(30));
     if (!waitFor([&] { return link->videoChannel() && link->inputChannel(); }, 10))
         throw Error("the agent opened no video and input channels");
-    {
-        std::lock_guard guard(lock);
-        started = MonoClock::nowNs();
-    }
-    link->onVideo([this](const VideoFrameHeader& header, const Bytes& payload) { onVideo(header, payload); });
+    session = std::make_unique<HostSession>(link, StreamSettings{options.codec, options.fps, options.scale});
+    session->begin(std::move(pictureSink));
 
     progress("Installing the test pattern from the shared folder…");
     fs::path staged = stageTestPattern(backend->sharedFolder());
     auto guestBundle = backend->guestPath(staged);
     if (!guestBundle) throw Error("the shared folder is not visible to the guest");
-    request(ControlMessage::InstallApp{{*guestBundle, std::string(TestPatternSpec::bundleID)}});
+    session->request(ControlMessage::InstallApp{{*guestBundle, std::string(TestPatternSpec::bundleID)}});
 
     progress("Launching the test pattern…");
-    auto launched = request(ControlMessage::LaunchApp{{.bundleID = std::string(TestPatternSpec::bundleID)}});
+    auto launched = session->request(ControlMessage::LaunchApp{{.bundleID = std::string(TestPatternSpec::bundleID)}});
     auto* result = launched.get<ControlMessage::Launched>();
     if (!result) throw Error("the agent launched nothing");
     const int32_t pid = result->value.pid;
     waitFor([&] {
-        auto reply = request(ControlMessage::ListWindows{{.pid = pid}});
-        if (auto* list = reply.get<ControlMessage::WindowList>()) {
-            _windows.clear();
-            for (const auto& w : list->value)
-                if (w.isOnScreen && !w.isMinimized) _windows.push_back(w);
-        }
+        _windows = session->windows(pid);
         return !_windows.empty();
     }, 10);
     if (_windows.empty()) throw Error("the test pattern showed no window");
-    patternWindow = _windows.front().windowID;
+    uint32_t patternWindow = _windows.front().windowID;
     for (const auto& w : _windows)
         if (w.title == TestPatternSpec::windowTitle) patternWindow = w.windowID;
-    for (const auto& w : _windows) mappers[w.windowID] = std::make_shared<SharedInputMapper>(w.windowID);
+    session->measureWindow(patternWindow);
 
     progress("Streaming…");
-    uint32_t streamID = 0;
-    for (const auto& w : _windows) {
-        StreamRequest stream{++streamID, w.windowID, options.fps, options.scale, options.codec};
-        {
-            std::lock_guard guard(lock);
-            windowOfStream[streamID] = w.windowID;
-        }
-        receiver.allow(streamID);
-        request(ControlMessage::StartStream{stream});
-    }
-    if (!waitFor([&] { return probe.snapshot().frames > 0; }, 10)) throw Error("no frame of the test pattern arrived");
+    for (const auto& w : _windows) session->stream(w);
+    if (!waitFor([&] { return session->patternFrames() > 0; }, 10)) throw Error("no frame of the test pattern arrived");
 }
 
-void SimSession::onVideo(const VideoFrameHeader& header, const Bytes& payload) {
-    const uint64_t arrived = MonoClock::nowNs();
-    std::shared_ptr<PixelBuffer> picture;
-    receiver.handle(header, payload, [&](const DecodedFrame& frame) { picture = frame.pixelBuffer; });
-    const uint64_t decoded = MonoClock::nowNs();
-    const double scale = header.contentScale / 100.0;
-    uint32_t window = 0;
-    {
-        std::lock_guard guard(lock);
-        framesReceived += 1;
-        lastEcho = header.inputEcho;
-        // One clock on both sides of a simulation.
-        if (header.guestTimestampNs <= arrived) captureToArrivalMs.push_back(double(arrived - header.guestTimestampNs) / 1e6);
-        decodeMs.push_back(double(decoded - arrived) / 1e6);
-        size_t second = size_t((arrived - started) / 1'000'000'000ull);
-        if (second < 100000) {
-            if (perSecond.size() <= second) perSecond.resize(second + 1);
-            perSecond[second] += 1;
-        }
-        auto found = windowOfStream.find(header.streamID);
-        if (found != windowOfStream.end()) window = found->second;
-    }
-    if (!picture) return;
-    if (window == patternWindow) probe.onFrame(*picture, scale);
-    if (sink) sink(window, picture, scale);
-}
-
-std::optional<double> SimSession::measureOnce(bool white) {
-    auto event = mappers.at(patternWindow)->map(InputMapper::HostEvent{
-        .type = white ? InputMapper::keyDown : InputMapper::keyUp, .keyCode = TestPatternSpec::f1KeyCode});
-    auto latency = probe.measure(white, 2.0, [&] { link->sendInput(*event); });
-    if (latency) {
-        std::lock_guard guard(lock);
-        latencyMs.push_back(*latency);
-    }
-    return latency;
-}
+std::optional<double> SimSession::measureOnce(bool white) { return session->measureOnce(white); }
 
 void SimSession::sendInput(const InputEvent& event) {
-    if (link) link->sendInput(event);
+    if (session) session->sendInput(event);
 }
 
 std::shared_ptr<SharedInputMapper> SimSession::inputFor(uint32_t windowID) const {
-    auto found = mappers.find(windowID);
-    return found == mappers.end() ? nullptr : found->second;
+    return session ? session->inputFor(windowID) : nullptr;
 }
 
 void SimSession::stop() {
-    if (link) {
-        for (const auto& [streamID, window] : windowOfStream) {
-            try {
-                request(ControlMessage::StopStream{streamID});
-            } catch (const std::exception&) {
-                // The guest goes next anyway.
-            }
-        }
-        link->invalidate();
-        link.reset();
-    }
+    if (session) session->stop();
     if (backend) {
         runBlocking(GlobalQueue::executor(), backend->stop(), std::chrono::seconds(10));
         backend.reset();
@@ -210,21 +133,6 @@ void SimSession::stop() {
     }
 }
 
-SimFigures SimSession::figures() const {
-    SimFigures f;
-    auto snapshot = probe.snapshot();
-    f.framesLost = snapshot.dropped;
-    f.decodeErrors = receiver.decodeErrors();
-    std::lock_guard guard(lock);
-    f.framesReceived = framesReceived;
-    f.lastEcho = lastEcho;
-    f.latencyMs = latencyMs;
-    f.captureToArrivalMs = captureToArrivalMs;
-    f.decodeMs = decodeMs;
-    f.seconds = started ? double(MonoClock::nowNs() - started) / 1e9 : 0;
-    // The second under way is partial: its count would read as a drop.
-    f.framesPerSecond.assign(perSecond.begin(), perSecond.begin() + std::min(perSecond.size(), size_t(f.seconds)));
-    return f;
-}
+SimFigures SimSession::figures() const { return session ? session->figures() : SimFigures{}; }
 
 }  // namespace tsl::host

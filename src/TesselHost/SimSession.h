@@ -1,22 +1,13 @@
 #pragma once
-#include <atomic>
-#include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "TslCore/Wire/ControlRecords.h"
-#include "TslCore/Wire/VideoCodec.h"
+#include "TesselHost/HostSession.h"
 #include "TslStream/Agent/SimulatedGuestBackend.h"
-#include "TslStream/Codec/VideoDecoder.h"
-#include "TslStream/Input/InputMapper.h"
-#include "TslStream/Measure/ProbeMeasurement.h"
-#include "TslStream/Pipeline/StreamReceiver.h"
 
 namespace tsl::host {
 
@@ -32,22 +23,6 @@ struct SimOptions {
     bool json = false;
 };
 
-// What the host saw of the streams, gathered on the decoding threads.
-struct SimFigures {
-    uint64_t framesReceived = 0;
-    uint64_t framesLost = 0;  // by the test pattern's counter
-    uint64_t decodeErrors = 0;
-    uint64_t lastEcho = 0;
-    std::vector<double> latencyMs;    // input-to-pixel, one per round trip
-    // From the frame's capture timestamp (taken as the frame reached the
-    // agent) to its arrival on the host: the agent's encode and send, and the
-    // transfer. Nothing finer travels with a frame.
-    std::vector<double> captureToArrivalMs;
-    std::vector<double> decodeMs;  // on the host, to a picture
-    std::vector<uint64_t> framesPerSecond;  // whole seconds only
-    double seconds = 0;
-};
-
 // One run of the simulation end to end: a simulated guest (the real agent as
 // a child process in a private folder tree), the test pattern installed from
 // the share and launched, its windows streamed and decoded, key 122 sent
@@ -56,7 +31,7 @@ class SimSession {
 public:
     using Progress = std::function<void(const std::string&)>;
     // A decoded picture for a view; called on a decoding thread.
-    using PictureSink = std::function<void(uint32_t windowID, std::shared_ptr<PixelBuffer>, double contentScale)>;
+    using PictureSink = HostSession::PictureSink;
 
     SimSession(SimOptions options, Progress progress);
     ~SimSession();
@@ -78,29 +53,12 @@ public:
     SimFigures figures() const;
 
 private:
-    void onVideo(const VideoFrameHeader& header, const Bytes& payload);
-    // The agent's answer; Error when it refuses or does not answer.
-    ControlMessage request(ControlMessage message);
-
     const SimOptions options;
     const Progress progress;
     std::filesystem::path root;
     std::unique_ptr<SimulatedGuestBackend> backend;
-    std::shared_ptr<AgentLink> link;
-    StreamReceiver receiver{true};
+    std::unique_ptr<HostSession> session;
     std::vector<GuestWindow> _windows;
-    std::map<uint32_t, uint32_t> windowOfStream;
-    uint32_t patternWindow = 0;
-    PictureSink sink;
-    ProbeMeasurement probe{0};
-    std::map<uint32_t, std::shared_ptr<SharedInputMapper>> mappers;  // filled by start, then only read
-
-    mutable std::mutex lock;  // the figures below
-    uint64_t started = 0;
-    uint64_t framesReceived = 0;
-    uint64_t lastEcho = 0;
-    std::vector<double> captureToArrivalMs, decodeMs, latencyMs;
-    std::vector<uint64_t> perSecond;
 };
 
 }  // namespace tsl::host

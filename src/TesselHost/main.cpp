@@ -15,7 +15,8 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     ExitStatus status = ExitStatus::success;
     for (auto add : {addScanCommand, addDiagCommand, addCompatCommand, addFeedCommand, addShareCommand,
-                     addMigrateCommand, addStateCommand, addSetupCommand, addBetaCommand, addSimCommand})
+                     addMigrateCommand, addStateCommand, addSetupCommand, addBetaCommand, addSimCommand,
+                     addViewCommand, addAppsCommands})
         add(app, status);
     addExitStatusFooters(app);
     return parseCommandLine(app, argc, argv, status);

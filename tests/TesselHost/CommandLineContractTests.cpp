@@ -101,6 +101,9 @@ TEST(CommandLineContract, EveryLeafCommandKeepsTheSameRules) {
         {"setup", {{"setup", "--state", missing, "--status", missing}}},
         {"beta", {{"beta", "--state", damaged}}},
         {"sim", {{"sim", "--headless", "--agent", missing}}},
+        {"view", {{"view", "--headless", "--connect", "unix:" + missing}}},
+        {"apps", {{"apps", "--connect", "unix:" + missing}}},
+        {"launch", {{"launch", "com.example.none", "--connect", "unix:" + missing}}},
     };
 
     std::vector<Words> leaves;

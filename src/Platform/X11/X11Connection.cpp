@@ -85,6 +85,10 @@ void Connection::readEvents() {
             auto* message = reinterpret_cast<xcb_client_message_event_t*>(event);
             stop = message->window == _wakeWindow && message->type == wake;
         }
+        if (event && !stop) {
+            std::lock_guard guard(listenersLock);
+            for (auto& [id, listener] : listeners) listener(*event);
+        }
         // Errors of requests nobody checked land here too; they only wake waits.
         std::free(event);
         {
@@ -95,6 +99,17 @@ void Connection::readEvents() {
         eventArrived.notify_all();
         if (stop) return;
     }
+}
+
+uint64_t Connection::listen(Listener listener) {
+    std::lock_guard guard(listenersLock);
+    listeners.emplace(nextListener, std::move(listener));
+    return nextListener++;
+}
+
+void Connection::unlisten(uint64_t id) {
+    std::lock_guard guard(listenersLock);
+    listeners.erase(id);
 }
 
 xcb_atom_t Connection::atom(std::string_view name) {

@@ -69,6 +69,14 @@ public:
     // Whether an EWMH window manager runs (its check window names itself).
     bool hasWindowManager();
 
+    // Called on the event thread with every event, before waits wake. A
+    // listener only records what it needs and returns: it must not wait for
+    // the server, nor add or remove listeners. Once `unlisten` returns, the
+    // listener is not running and never runs again.
+    using Listener = std::function<void(const xcb_generic_event_t&)>;
+    uint64_t listen(Listener listener);
+    void unlisten(uint64_t id);
+
     // The command name of the process owning `window`, remembered per X
     // client and pid, as windows are listed often and processes rarely change.
     std::string processName(int32_t pid, xcb_window_t window);
@@ -86,6 +94,10 @@ private:
 
     std::mutex namesLock;
     std::map<std::pair<int32_t, uint32_t>, std::string> names;
+
+    std::mutex listenersLock;
+    uint64_t nextListener = 1;
+    std::map<uint64_t, Listener> listeners;
 
     std::mutex eventsLock;
     std::condition_variable eventArrived;

@@ -2,6 +2,7 @@
 
 #include "Platform/X11/X11Accessibility.h"
 #include "Platform/X11/X11EventPoster.h"
+#include "Platform/X11/X11ScreenCapture.h"
 #include "Platform/X11/X11WindowServer.h"
 #include "Platform/X11/X11Workspace.h"
 
@@ -19,6 +20,7 @@ PlatformServices X11Desktop::services(PlatformServices others) const {
     others.workspace = std::make_shared<X11Workspace>(_control);
     others.accessibility = std::make_shared<X11Accessibility>(_control);
     others.eventPoster = std::make_shared<X11EventPoster>(_control, command);
+    others.screenCapture = std::make_shared<X11ScreenCapture>(x);
     return others;
 }
 

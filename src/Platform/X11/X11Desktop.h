@@ -9,8 +9,8 @@
 
 namespace tsl::X11 {
 
-// A real X display as the agent's desktop: windows, window control and
-// input. Capture, the clipboard and the rest come from elsewhere.
+// A real X display as the agent's desktop: windows, window control, input
+// and capture. The clipboard and the rest come from elsewhere.
 class X11Desktop {
 public:
     // Throws OpenError naming what is missing. An empty name means $DISPLAY.

@@ -197,6 +197,10 @@ void StreamView::deliver(const InputMapper::HostEvent& event) {
     if (mapped && onInput) onInput(*mapped);
 }
 
+void StreamView::setTitle(const std::string& title) {
+    if (window && window->window) SDL_SetWindowTitle(window->window, title.c_str());
+}
+
 void StreamView::handle(const SDL_Event& e) {
     [[maybe_unused]] WindowSystemAllocations kept;
     switch (e.type) {
@@ -209,6 +213,7 @@ void StreamView::handle(const SDL_Event& e) {
                     if (onBackingScaleChange) onBackingScaleChange(now);
                 }
             }
+            if (e.window.event == SDL_WINDOWEVENT_RESIZED && onResize) onResize(e.window.data1, e.window.data2);
             return;
         case SDL_DROPBEGIN: pendingDrop.clear(); return;
         case SDL_DROPFILE:

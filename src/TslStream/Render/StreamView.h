@@ -54,6 +54,8 @@ public:
 
     std::function<void(const InputEvent&)> onInput;
     std::function<void(double)> onBackingScaleChange;
+    // The user resized the window; its new size in points.
+    std::function<void(double width, double height)> onResize;
     // Set to take dropped files (paths); nothing refuses every drop.
     std::function<void(std::vector<std::string>)> onDropFiles;
 
@@ -69,6 +71,7 @@ public:
     // What the window shows now, in its drawable's pixels (BGRA).
     std::shared_ptr<PixelBuffer> readBack();
     void resizeWindow(double width, double height);
+    void setTitle(const std::string& title);
 
 private:
     void draw();

@@ -1,0 +1,32 @@
+#pragma once
+#include <atomic>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "TslStream/Agent/AgentLink.h"
+
+namespace CLI {
+class App;
+}
+
+namespace tsl::host {
+
+// Where a command finds a running agent: it dials one that listens, or
+// listens for one that dials.
+struct AgentAddress {
+    std::string connect;
+    std::string listen;
+    double timeout = 30;  // seconds
+
+    // What is wrong with the options as given, if anything.
+    std::optional<std::string> usage() const;
+};
+
+// --connect, --listen and --timeout on `command`.
+void addAgentAddressOptions(CLI::App& command, AgentAddress& address);
+
+// The link to the agent, all three channels up. Throws Error with the reason.
+std::shared_ptr<AgentLink> reachAgent(const AgentAddress& address, const std::atomic<bool>& cancelled);
+
+}  // namespace tsl::host
