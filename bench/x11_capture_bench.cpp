@@ -5,6 +5,7 @@
 // 60 a second asked.
 #include <fcntl.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,7 +18,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <mutex>
-#include <spawn.h>
 #include <string>
 #include <thread>
 
@@ -115,8 +115,11 @@ struct Counted {
 // Pictures delivered in `seconds` by a stream at `fps` (0: as fast as damage comes).
 uint64_t streamPictures(X11::X11ScreenCapture& capture, xcb_window_t window, int w, int h, int fps) {
     Counted counted;
-    CaptureConfiguration config{.width = w, .height = h, .minimumFrameIntervalValue = fps ? 1 : 0,
-                                .minimumFrameIntervalTimescale = fps, .showsCursor = false};
+    CaptureConfiguration config{.width = w,
+                                .height = h,
+                                .minimumFrameIntervalValue = fps ? 1 : 0,
+                                .minimumFrameIntervalTimescale = fps,
+                                .showsCursor = false};
     auto stream = capture.makeStream({.windowID = window}, config, nullptr);
     stream->addStreamOutput(CaptureOutputType::screen, [&](const CaptureSample& s, CaptureOutputType) {
         if (!s.imageBuffer) return;
@@ -164,9 +167,8 @@ std::optional<xcb_window_t> findTitled(X11::Connection& x, const std::string& ti
 int main() {
     int pipeFds[2];
     if (::pipe(pipeFds) != 0) return 1;
-    const pid_t server = spawn({"/usr/bin/Xvfb", "-displayfd", "1", "-screen", "0", "2560x1440x24", "-nolisten",
-                                "tcp"},
-                               pipeFds[1]);
+    const pid_t server =
+        spawn({"/usr/bin/Xvfb", "-displayfd", "1", "-screen", "0", "2560x1440x24", "-nolisten", "tcp"}, pipeFds[1]);
     ::close(pipeFds[1]);
     char buffer[32] = {};
     const ssize_t n = ::read(pipeFds[0], buffer, sizeof buffer - 1);
@@ -206,8 +208,8 @@ int main() {
         // The pattern client draws 120 times a second, so its own pace never
         // limits the stream's: a stream at 60 should deliver 60.
         const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe");
-        const pid_t pattern = spawn({(self.parent_path().parent_path() / "tools" / "x11-testpattern").string(),
-                                     "--fps", "120", "--position", "0,0"});
+        const pid_t pattern = spawn({(self.parent_path().parent_path() / "tools" / "x11-testpattern").string(), "--fps",
+                                     "120", "--position", "0,0"});
         std::optional<xcb_window_t> patternWindow;
         for (int i = 0; i < 200 && !patternWindow; ++i) {
             patternWindow = findTitled(*x, "Tsl TestPattern");
@@ -217,8 +219,9 @@ int main() {
         if (patternWindow) {
             auto geometry = xcb_get_geometry_reply(c, xcb_get_geometry(c, *patternWindow), nullptr);
             for (int run = 0; run < 3; ++run)
-                delivered = std::max(delivered, double(streamPictures(capture, *patternWindow, geometry->width,
-                                                                      geometry->height, 60)) / seconds);
+                delivered = std::max(
+                    delivered,
+                    double(streamPictures(capture, *patternWindow, geometry->width, geometry->height, 60)) / seconds);
             std::free(geometry);
         }
         end(pattern);

@@ -17,7 +17,8 @@ std::optional<std::string> AgentAddress::usage() const {
 }
 
 void addAgentAddressOptions(CLI::App& command, AgentAddress& address) {
-    command.add_option("--connect", address.connect, "Dial a listening agent: unix:PATH, tcp:HOST:PORT or vsock:CID:PORT");
+    command.add_option("--connect", address.connect,
+                       "Dial a listening agent: unix:PATH, tcp:HOST:PORT or vsock:CID:PORT");
     command.add_option("--listen", address.listen, "Wait for the agent to dial in here: unix:PATH or tcp:HOST:PORT");
     command.add_option("--timeout", address.timeout, "Seconds to wait for the agent")
         ->check(CLI::Range(0.1, 86400.0))
@@ -26,9 +27,8 @@ void addAgentAddressOptions(CLI::App& command, AgentAddress& address) {
 
 std::shared_ptr<AgentLink> reachAgent(const AgentAddress& address, const std::atomic<bool>& cancelled) {
     if (!address.connect.empty()) return dialAgent(*SocketEndpoint::parse(address.connect), address.timeout);
-    return awaitAgent(*SocketEndpoint::parse(address.listen), address.timeout, cancelled, [](const std::string& where) {
-        std::cerr << "Waiting for the agent on " << where << "\n";
-    });
+    return awaitAgent(*SocketEndpoint::parse(address.listen), address.timeout, cancelled,
+                      [](const std::string& where) { std::cerr << "Waiting for the agent on " << where << "\n"; });
 }
 
 }  // namespace tsl::host

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <iostream>
 #include <memory>
-
 #include <nlohmann/json.hpp>
 
 #include "TesselHost/AgentAddress.h"
@@ -45,7 +44,8 @@ void addAppsCommands(CLI::App& app, ExitStatus& status) {
             if (apps->json) {
                 nlohmann::json out = nlohmann::json::array();
                 for (const GuestApp& a : found->value) {
-                    nlohmann::json entry{{"id", a.bundleID}, {"name", a.name}, {"path", a.path}, {"running", a.running}};
+                    nlohmann::json entry{
+                        {"id", a.bundleID}, {"name", a.name}, {"path", a.path}, {"running", a.running}};
                     if (a.pid) entry["pid"] = *a.pid;
                     out.push_back(entry);
                 }
@@ -67,10 +67,8 @@ void addAppsCommands(CLI::App& app, ExitStatus& status) {
             auto reply = session.request(ControlMessage::LaunchApp{{.bundleID = launch->id}});
             auto* done = reply.get<ControlMessage::Launched>();
             if (!done) throw Error("the agent launched nothing");
-            if (launch->json)
-                printJSON(nlohmann::json{{"id", done->value.bundleID}, {"pid", done->value.pid}});
-            else
-                std::cout << "Launched " << done->value.bundleID << " (pid " << done->value.pid << ")\n";
+            if (launch->json) printJSON(nlohmann::json{{"id", done->value.bundleID}, {"pid", done->value.pid}});
+            else std::cout << "Launched " << done->value.bundleID << " (pid " << done->value.pid << ")\n";
         });
     });
 }

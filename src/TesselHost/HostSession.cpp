@@ -1,10 +1,9 @@
 #include "TesselHost/HostSession.h"
 
-#include <algorithm>
-
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -61,8 +60,8 @@ std::shared_ptr<AgentLink> dialAgent(const SocketEndpoint& agent, double timeout
             auto channel = std::make_shared<ControlChannel>(
                 std::make_shared<WireConnection>(connectSocket(agent), "agent-" + std::string(rawValue(c))));
             channel->start();
-            auto reply = blocking(channel->request(ControlMessage::Hello{hostHello({std::string(rawValue(c))})}, timeout),
-                                  timeout);
+            auto reply = blocking(
+                channel->request(ControlMessage::Hello{hostHello({std::string(rawValue(c))})}, timeout), timeout);
             auto* hello = reply.get<ControlMessage::Hello>();
             if (!hello) throw Error("the agent answered the hello with something else");
             if (c == Channel::control) agentHello = hello->value;
@@ -117,10 +116,12 @@ std::shared_ptr<AgentLink> awaitAgent(const SocketEndpoint& at, double timeout, 
         }
     });
     std::shared_ptr<AgentLink> link;
-    pollUntil([&] {
-        link = acceptor->currentLink();
-        return link && link->isLive() && link->videoChannel() && link->inputChannel();
-    }, timeout, &cancelled);
+    pollUntil(
+        [&] {
+            link = acceptor->currentLink();
+            return link && link->isLive() && link->videoChannel() && link->inputChannel();
+        },
+        timeout, &cancelled);
     listener->close();
     accepting.join();
     if (!link || !link->videoChannel() || !link->inputChannel()) {
@@ -216,7 +217,8 @@ void HostSession::onVideo(const VideoFrameHeader& header, const Bytes& payload) 
         framesReceived += 1;
         lastEcho = header.inputEcho;
         // The agent runs on this machine: one clock on both sides.
-        if (header.guestTimestampNs <= arrived) captureToArrivalMs.push_back(double(arrived - header.guestTimestampNs) / 1e6);
+        if (header.guestTimestampNs <= arrived)
+            captureToArrivalMs.push_back(double(arrived - header.guestTimestampNs) / 1e6);
         decodeMs.push_back(double(decoded - arrived) / 1e6);
         size_t second = size_t((arrived - started) / 1'000'000'000ull);
         if (second < 100000) {

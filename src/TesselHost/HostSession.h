@@ -25,12 +25,12 @@ struct SimFigures {
     uint64_t framesLost = 0;  // by the test pattern's counter
     uint64_t decodeErrors = 0;
     uint64_t lastEcho = 0;
-    std::vector<double> latencyMs;    // input-to-pixel, one per round trip
+    std::vector<double> latencyMs;  // input-to-pixel, one per round trip
     // From the frame's capture timestamp (taken as the frame reached the
     // agent) to its arrival on the host: the agent's encode and send, and the
     // transfer. Nothing finer travels with a frame.
     std::vector<double> captureToArrivalMs;
-    std::vector<double> decodeMs;  // on the host, to a picture
+    std::vector<double> decodeMs;           // on the host, to a picture
     std::vector<uint64_t> framesPerSecond;  // whole seconds only
     double seconds = 0;
 };

@@ -112,8 +112,7 @@ std::vector<std::string> writeResults(const SimFigures& f, const SimSummary& s, 
     for (size_t i = 0; i < f.framesPerSecond.size(); ++i)
         fps.push_back(std::to_string(i) + "," + std::to_string(f.framesPerSecond[i]));
     return {writer.write("latency", "round_trip,milliseconds", latency), writer.write("fps", "second,frames", fps),
-            writer.writeText("summary.txt", text + floorLine(s) + "\n"),
-            writer.writeText("chart.svg", svgChart(f, s))};
+            writer.writeText("summary.txt", text + floorLine(s) + "\n"), writer.writeText("chart.svg", svgChart(f, s))};
 }
 
 }  // namespace tsl::host

@@ -96,10 +96,12 @@ void SimSession::start(PictureSink pictureSink) {
     auto* result = launched.get<ControlMessage::Launched>();
     if (!result) throw Error("the agent launched nothing");
     const int32_t pid = result->value.pid;
-    waitFor([&] {
-        _windows = session->windows(pid);
-        return !_windows.empty();
-    }, 10);
+    waitFor(
+        [&] {
+            _windows = session->windows(pid);
+            return !_windows.empty();
+        },
+        10);
     if (_windows.empty()) throw Error("the test pattern showed no window");
     uint32_t patternWindow = _windows.front().windowID;
     for (const auto& w : _windows)

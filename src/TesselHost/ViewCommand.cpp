@@ -10,10 +10,9 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <nlohmann/json.hpp>
 #include <random>
 #include <thread>
-
-#include <nlohmann/json.hpp>
 
 #include "TesselHost/AgentAddress.h"
 #include "TesselHost/Commands.h"
@@ -226,8 +225,7 @@ int runView(ViewArguments& args) {
             views.open(w);
             if (w.title == TestPatternSpec::windowTitle && !pattern) pattern = w.windowID;
         }
-        if (!args.window.empty() && views.count() == 0)
-            throw Error("no guest window is " + args.window);
+        if (!args.window.empty() && views.count() == 0) throw Error("no guest window is " + args.window);
         if (o.measure > 0) {
             if (!pattern) throw Error("no guest window shows the test pattern to measure");
             session->measureWindow(pattern);
@@ -269,12 +267,10 @@ int runView(ViewArguments& args) {
                             views.close(w.windowID);
                             std::cerr << "tessel view: " << e.what() << "\n";
                         }
-                    }
-                    else if ((event->value.kind == Kind::closed || event->value.kind == Kind::minimized) &&
-                             views.has(w.windowID))
+                    } else if ((event->value.kind == Kind::closed || event->value.kind == Kind::minimized) &&
+                               views.has(w.windowID))
                         views.close(w.windowID);
-                    else if (event->value.kind == Kind::resized)
-                        views.resized(w);
+                    else if (event->value.kind == Kind::resized) views.resized(w);
                 } else if (auto* clip = m.get<ControlMessage::Clipboard>(); clip && clipboard) {
                     clipboard->received(clip->value);
                 }
@@ -308,7 +304,8 @@ int runView(ViewArguments& args) {
     SimFigures figures = session->figures();
     session->stop();
     if (o.measure == 0) {
-        if (o.json) std::cout << nlohmann::json{{"frames", figures.framesReceived}, {"seconds", figures.seconds}} << "\n";
+        if (o.json)
+            std::cout << nlohmann::json{{"frames", figures.framesReceived}, {"seconds", figures.seconds}} << "\n";
         return 0;
     }
     SimSummary summary = SimSummary::of(figures, o);
@@ -349,7 +346,8 @@ void addViewCommand(CLI::App& app, ExitStatus& status) {
     view->add_option("--duration", args->duration, "Seconds to run (0: until closed or interrupted)")
         ->check(CLI::Range(0.0, 86400.0))
         ->capture_default_str();
-    view->add_option("--out", args->out, "Folder for the CSV, text and SVG results of --measure")->capture_default_str();
+    view->add_option("--out", args->out, "Folder for the CSV, text and SVG results of --measure")
+        ->capture_default_str();
     view->add_flag("--stats", args->stats, "Show the frame rate and latency in each title (on stderr when headless)");
     view->add_flag("--json", args->json, "Print the summary as JSON");
     setAction(view, status, [args] {

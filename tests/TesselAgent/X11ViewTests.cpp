@@ -2,7 +2,6 @@
 // ways round: the host dialling a listening agent, and an agent dialling a
 // listening host. Headless, as on a machine without a display.
 #include <gtest/gtest.h>
-
 #include <xcb/xtest.h>
 
 #include <nlohmann/json.hpp>
@@ -81,9 +80,9 @@ TEST(X11View, ShowsTheGuestOnAnotherDisplayAndTakesItsKeys) {
     ASSERT_TRUE(g.agentListens());
     XDisplay b(false);
     ASSERT_TRUE(b.ready());
-    ChildProcess view("/usr/bin/env", {"DISPLAY=" + b.name(), "SDL_RENDER_DRIVER=software",
-                                       "SDL_FRAMEBUFFER_ACCELERATION=0", tesselExecutable(), "view", "--connect",
-                                       g.socket});
+    ChildProcess view("/usr/bin/env",
+                      {"DISPLAY=" + b.name(), "SDL_RENDER_DRIVER=software", "SDL_FRAMEBUFFER_ACCELERATION=0",
+                       tesselExecutable(), "view", "--connect", g.socket});
     auto shown = b.waitForWindow("Tsl TestPattern");
     ASSERT_TRUE(shown) << view.standardError();
     EXPECT_EQ(shown->bounds.size(), pattern->bounds.size());

@@ -32,7 +32,8 @@ public:
         const int fd = ::memfd_create("tsl.capture", MFD_CLOEXEC);
         if (fd < 0) return nullptr;
         void* memory = MAP_FAILED;
-        if (::ftruncate(fd, off_t(size)) == 0) memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+        if (::ftruncate(fd, off_t(size)) == 0)
+            memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
         if (memory == MAP_FAILED) {
             ::close(fd);
             return nullptr;
@@ -201,7 +202,11 @@ namespace {
 class Capturer {
 public:
     Capturer(std::shared_ptr<Connection> x, std::shared_ptr<X11StreamCore> core, xcb_window_t window, bool shm)
-        : x(std::move(x)), c(this->x->raw()), core(std::move(core)), window(window), shm(shm),
+        : x(std::move(x)),
+          c(this->x->raw()),
+          core(std::move(core)),
+          window(window),
+          shm(shm),
           pool(std::make_shared<BufferPool>([this](int64_t w, int64_t h) { return makeBuffer(w, h); })) {}
 
     void run() {
@@ -277,32 +282,35 @@ private:
 
     void begin() {
         damage = xcb_generate_id(c);
-        listener = x->listen([core = core, window = window, damageEvent = damageEvent(), this](
-                                 const xcb_generic_event_t& e) {
-            const uint8_t type = e.response_type & 0x7f;
-            bool wake = false;
-            std::lock_guard g(core->lock);
-            if (type == damageEvent) {
-                if (reinterpret_cast<const xcb_damage_notify_event_t&>(e).damage == damage) core->damaged = wake = true;
-            } else if (type == XCB_DESTROY_NOTIFY) {
-                if (reinterpret_cast<const xcb_destroy_notify_event_t&>(e).window == window) core->gone = wake = true;
-            } else if (type == XCB_UNMAP_NOTIFY) {
-                if (reinterpret_cast<const xcb_unmap_notify_event_t&>(e).window == window) {
-                    core->mapped = false;
-                    wake = true;
+        listener =
+            x->listen([core = core, window = window, damageEvent = damageEvent(), this](const xcb_generic_event_t& e) {
+                const uint8_t type = e.response_type & 0x7f;
+                bool wake = false;
+                std::lock_guard g(core->lock);
+                if (type == damageEvent) {
+                    if (reinterpret_cast<const xcb_damage_notify_event_t&>(e).damage == damage)
+                        core->damaged = wake = true;
+                } else if (type == XCB_DESTROY_NOTIFY) {
+                    if (reinterpret_cast<const xcb_destroy_notify_event_t&>(e).window == window)
+                        core->gone = wake = true;
+                } else if (type == XCB_UNMAP_NOTIFY) {
+                    if (reinterpret_cast<const xcb_unmap_notify_event_t&>(e).window == window) {
+                        core->mapped = false;
+                        wake = true;
+                    }
+                } else if (type == XCB_MAP_NOTIFY) {
+                    if (reinterpret_cast<const xcb_map_notify_event_t&>(e).window == window)
+                        core->mapped = core->stale = wake = true;
+                } else if (type == XCB_REPARENT_NOTIFY) {
+                    if (reinterpret_cast<const xcb_reparent_notify_event_t&>(e).window == window)
+                        core->stale = wake = true;
+                } else if (type == XCB_CONFIGURE_NOTIFY) {
+                    const auto& ce = reinterpret_cast<const xcb_configure_notify_event_t&>(e);
+                    if (ce.window == window && (ce.width != core->knownWidth || ce.height != core->knownHeight))
+                        core->stale = wake = true;
                 }
-            } else if (type == XCB_MAP_NOTIFY) {
-                if (reinterpret_cast<const xcb_map_notify_event_t&>(e).window == window)
-                    core->mapped = core->stale = wake = true;
-            } else if (type == XCB_REPARENT_NOTIFY) {
-                if (reinterpret_cast<const xcb_reparent_notify_event_t&>(e).window == window) core->stale = wake = true;
-            } else if (type == XCB_CONFIGURE_NOTIFY) {
-                const auto& ce = reinterpret_cast<const xcb_configure_notify_event_t&>(e);
-                if (ce.window == window && (ce.width != core->knownWidth || ce.height != core->knownHeight))
-                    core->stale = wake = true;
-            }
-            if (wake) core->changed.notify_all();
-        });
+                if (wake) core->changed.notify_all();
+            });
         x->watch(window);
         xcb_composite_redirect_window(c, window, XCB_COMPOSITE_REDIRECT_AUTOMATIC);
         xcb_damage_create(c, damage, window, XCB_DAMAGE_REPORT_LEVEL_NON_EMPTY);
@@ -552,8 +560,8 @@ X11ScreenCapture::X11ScreenCapture(std::shared_ptr<Connection> x, CaptureOptions
         const xcb_query_extension_reply_t* data = xcb_get_extension_data(c, &xcb_shm_id);
         if (data && data->present) {
             auto version = wait(c, xcb_shm_query_version_reply, xcb_shm_query_version(c));
-            useShm = version && (version->major_version > 1 ||
-                                 (version->major_version == 1 && version->minor_version >= 2));
+            useShm =
+                version && (version->major_version > 1 || (version->major_version == 1 && version->minor_version >= 2));
         }
     }
 }
@@ -572,8 +580,11 @@ void X11ScreenCapture::shareableContent(bool excludingDesktopWindows, bool onScr
     ShareableContent content;
     for (const ClientWindow& w : clients) {
         if ((excludingDesktopWindows && w.desktopElement) || (onScreenWindowsOnly && !w.onScreen())) continue;
-        content.windows.push_back({.windowID = w.id, .frame = w.bounds, .title = w.title.value_or(""),
-                                   .ownerPID = w.pid.value_or(0), .isOnScreen = w.onScreen()});
+        content.windows.push_back({.windowID = w.id,
+                                   .frame = w.bounds,
+                                   .title = w.title.value_or(""),
+                                   .ownerPID = w.pid.value_or(0),
+                                   .isOnScreen = w.onScreen()});
     }
     completion(std::move(content), nullptr);
 }

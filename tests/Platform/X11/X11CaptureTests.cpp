@@ -79,8 +79,8 @@ protected:
     void SetUp() override {
         display = std::make_unique<XDisplay>(false);
         ASSERT_TRUE(display->ready());
-        capture = std::make_shared<X11::X11ScreenCapture>(display->shared(),
-                                                          X11::CaptureOptions{.sharedMemory = GetParam()});
+        capture =
+            std::make_shared<X11::X11ScreenCapture>(display->shared(), X11::CaptureOptions{.sharedMemory = GetParam()});
         ASSERT_EQ(capture->sharedMemory(), GetParam());
     }
     void TearDown() override {
@@ -91,8 +91,11 @@ protected:
     }
 
     void start(uint32_t window, int64_t width, int64_t height, bool cursor = false) {
-        CaptureConfiguration config{.width = width, .height = height, .minimumFrameIntervalValue = 1,
-                                    .minimumFrameIntervalTimescale = 60, .showsCursor = cursor};
+        CaptureConfiguration config{.width = width,
+                                    .height = height,
+                                    .minimumFrameIntervalValue = 1,
+                                    .minimumFrameIntervalTimescale = 60,
+                                    .showsCursor = cursor};
         stream = capture->makeStream({.windowID = window}, config, [this](std::exception_ptr) {
             std::lock_guard g(recorder.m);
             recorder.stopped = true;
@@ -168,9 +171,9 @@ TEST_P(X11CaptureTest, AResizedWindowIsReadAtItsNewSize) {
     EXPECT_EQ(fitted->centre & 0xFFFFFF, 0x3366CCu);
 
     mark = recorder.count();
-    stream->updateConfiguration({.width = 320, .height = 240, .minimumFrameIntervalValue = 1,
-                                 .minimumFrameIntervalTimescale = 60},
-                                [](std::exception_ptr e) { EXPECT_FALSE(e); });
+    stream->updateConfiguration(
+        {.width = 320, .height = 240, .minimumFrameIntervalValue = 1, .minimumFrameIntervalTimescale = 60},
+        [](std::exception_ptr e) { EXPECT_FALSE(e); });
     auto resized = recorder.await(mark, [](const Frame& f) { return f.width == 320; });
     ASSERT_TRUE(resized);
     EXPECT_EQ(resized->height, 240);
@@ -183,7 +186,8 @@ TEST_P(X11CaptureTest, OnlyAChangeOrARemapBringsANewPicture) {
     // Redirecting repaints the window once: settled after a few idle ticks.
     ASSERT_TRUE(recorder.await(0, [&](const Frame&) {
         std::vector<Frame>& f = recorder.frames;
-        return f.size() >= 5 && std::all_of(f.end() - 5, f.end(), [](const Frame& x) { return x.status == Status::idle; });
+        return f.size() >= 5 &&
+               std::all_of(f.end() - 5, f.end(), [](const Frame& x) { return x.status == Status::idle; });
     }));
     // Twenty idle ticks more, and not a picture among them.
     const size_t still = recorder.count();
@@ -225,7 +229,8 @@ TEST_P(X11CaptureTest, TheCursorIsBlendedInOnlyWhenAskedFor) {
     display->connection().roundTrip();
     start(w, 64, 64, true);
     // The server's default cursor has its hot spot in the middle.
-    EXPECT_TRUE(recorder.await(0, [](const Frame& f) { return f.status == Status::complete && f.centre != 0xFFFF0000u; }));
+    EXPECT_TRUE(
+        recorder.await(0, [](const Frame& f) { return f.status == Status::complete && f.centre != 0xFFFF0000u; }));
     stream->stopCapture([](std::exception_ptr) {});
     Recorder& r = recorder;
     const size_t mark = r.count();
