@@ -85,9 +85,11 @@ TEST_P(X11WindowControlTest, CloseAsksTheApplicationToDeleteItsWindow) {
     auto p = display->waitForWindow("Tsl TestPattern");
     auto e = display->waitForWindow("xeyes");
     ASSERT_TRUE(p && e);
-    ASSERT_TRUE(act(WindowAction::Kind::close, p->id, pattern.pid()));
+    // A client may show its window a moment before it says it takes
+    // WM_DELETE_WINDOW; until then there is nothing to press.
+    ASSERT_TRUE(display->waitUntil([&] { return act(WindowAction::Kind::close, p->id, pattern.pid()); }));
     EXPECT_EQ(pattern.wait(), 0);  // it exits on WM_DELETE_WINDOW only
-    ASSERT_TRUE(act(WindowAction::Kind::close, e->id, xeyes.pid()));
+    ASSERT_TRUE(display->waitUntil([&] { return act(WindowAction::Kind::close, e->id, xeyes.pid()); }));
     EXPECT_TRUE(xeyes.wait().has_value());
     EXPECT_TRUE(display->waitUntil([&] { return WindowList::current(platform, {}, true).empty(); }));
 }
