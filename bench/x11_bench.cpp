@@ -11,6 +11,7 @@
 
 #include "BenchSupport.h"
 #include "Platform/X11/X11Desktop.h"
+#include "Platform/X11/X11OwnerPid.h"
 #include "Support/XDisplay.h"
 #include "TslCore/Measure/TestPattern.h"
 
@@ -55,8 +56,7 @@ void bareList(X11::Connection& x, const std::vector<xcb_window_t>& clients) {
         attributes.push_back(xcb_get_window_attributes(c, w));
         geometries.push_back(xcb_get_geometry(c, w));
         positions.push_back(xcb_translate_coordinates(c, w, x.root(), 0, 0));
-        xcb_res_client_id_spec_t spec{w, XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID};
-        owners.push_back(xcb_res_query_client_ids(c, 1, &spec));
+        owners.push_back(X11::askOwnerPid(c, w));
     }
     for (auto k : props) std::free(xcb_get_property_reply(c, k, nullptr));
     for (auto k : attributes) std::free(xcb_get_window_attributes_reply(c, k, nullptr));

@@ -10,6 +10,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 
 #include "Support/AgentTestSupport.h"
 #include "Support/ChildProcess.h"
@@ -127,21 +128,24 @@ ProcessFigures figuresOf(pid_t pid) {
 
 // A connection made within `patience`, or nothing: a listener whose queue
 // stays full (as behind an accept that keeps failing) must not block a test.
+// A unix socket's connect waits for room in the queue up to its send time-out.
 std::optional<int> connectWithin(const std::string& socket, std::chrono::milliseconds patience) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::snprintf(address.sun_path, sizeof address.sun_path, "%s", socket.c_str());
-    auto deadline = std::chrono::steady_clock::now() + patience;
-    for (;;) {
-        int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-        if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) {
-            ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
-            return fd;
-        }
+    int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    timeval wait{time_t(patience.count() / 1000), suseconds_t(patience.count() % 1000 * 1000)};
+    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof wait);
+    int rc;
+    do rc = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    while (rc != 0 && errno == EINTR);
+    if (rc != 0) {
         ::close(fd);
-        if (errno != EAGAIN || std::chrono::steady_clock::now() > deadline) return std::nullopt;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));  // the queue is full for now
+        return std::nullopt;
     }
+    const timeval none{};
+    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &none, sizeof none);
+    return fd;
 }
 
 // A listening simulation run of the executable.
@@ -168,24 +172,24 @@ struct ListeningAgent {
         process.collectOutput();
         return reply && reply->kind() == ControlMessage::Kind::status;
     }
-    // Waits until the agent's threads are back to `count` (a connection's
-    // reader ends after it has let go of the connection).
-    bool reaches(size_t threads) {
+    // Waits until the agent's thread count meets `holds`. /proc announces no
+    // change, so it is read again every few milliseconds, within the limit.
+    bool threadsUntil(const std::function<bool(size_t)>& holds) {
         auto deadline = std::chrono::steady_clock::now() + limit;
-        while (figuresOf(process.pid()).threads < threads) {
-            if (std::chrono::steady_clock::now() > deadline) return false;
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return true;
-    }
-    bool settlesTo(size_t threads) {
-        auto deadline = std::chrono::steady_clock::now() + limit;
-        while (figuresOf(process.pid()).threads > threads) {
+        while (!holds(figuresOf(process.pid()).threads)) {
             if (std::chrono::steady_clock::now() > deadline) return false;
             process.collectOutput();
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
         return true;
+    }
+    bool reaches(size_t threads) {
+        return threadsUntil([&](size_t now) { return now >= threads; });
+    }
+    // Waits until the agent's threads are back to `threads` (a connection's
+    // reader ends after it has let go of the connection).
+    bool settlesTo(size_t threads) {
+        return threadsUntil([&](size_t now) { return now <= threads; });
     }
 };
 
@@ -294,7 +298,7 @@ TEST(TesselAgentFaults, RunningOutOfDescriptorsOnlyMakesNewConnectionsWait) {
 #ifdef __SANITIZE_ADDRESS__
     // UBSan checks whether memory is readable by writing it into a pipe; with
     // no descriptor left that fails, and it reports a false error and aborts.
-    GTEST_SKIP() << "the sanitizers need descriptors of their own";
+    GTEST_SKIP() << "UBSan checks memory through a pipe and reports a false error with no descriptor left";
 #endif
     ListeningAgent agent;
     auto polite = agent.helloedHost();

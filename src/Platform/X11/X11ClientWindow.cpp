@@ -7,6 +7,8 @@
 #include <map>
 #include <string_view>
 
+#include "Platform/X11/X11OwnerPid.h"
+
 namespace tsl::X11 {
 namespace {
 
@@ -113,8 +115,7 @@ ClientCookies askAbout(Connection& x, xcb_window_t w, bool hasRes) {
     c.geometry = xcb_get_geometry(x.raw(), w);
     c.position = xcb_translate_coordinates(x.raw(), w, x.root(), 0, 0);
     if (hasRes) {
-        xcb_res_client_id_spec_t spec{w, XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID};
-        c.owner = xcb_res_query_client_ids(x.raw(), 1, &spec);
+        c.owner = askOwnerPid(x.raw(), w);
     }
     return c;
 }
@@ -123,7 +124,7 @@ std::optional<int32_t> pidFromResource(Connection& x, xcb_res_query_client_ids_c
     auto reply = wait(x.raw(), xcb_res_query_client_ids_reply, cookie);
     if (!reply) return std::nullopt;
     for (auto it = xcb_res_query_client_ids_ids_iterator(reply.get()); it.rem; xcb_res_client_id_value_next(&it)) {
-        if (!(it.data->spec.mask & XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID) || it.data->length < 4) continue;
+        if (it.data->length < 4) continue;  // only the pid was asked for
         return int32_t(*xcb_res_client_id_value_value(it.data));
     }
     return std::nullopt;
