@@ -4,6 +4,7 @@
 #include <xcb/xcb_keysyms.h>
 
 #include "Platform/X11/X11Desktop.h"
+#include "Platform/X11/X11DesktopTest.h"
 #include "Platform/X11/X11EventPoster.h"
 #include "Platform/X11/X11KeyTable.h"
 #include "Support/XDisplay.h"
@@ -15,20 +16,8 @@ namespace {
 using X11::CommandKey;
 namespace KeyTable = X11::KeyTable;
 
-class X11EventPosterTest : public ::testing::TestWithParam<bool> {
+class X11EventPosterTest : public X11DesktopTest {
 protected:
-    void SetUp() override {
-        display = std::make_unique<XDisplay>(GetParam());
-        ASSERT_TRUE(display->ready());
-        desktop = X11::X11Desktop::open(display->name());
-        platform = desktop->services({});
-    }
-    void TearDown() override {
-        platform = {};
-        desktop.reset();
-        display.reset();
-    }
-
     PlatformEvent key(uint16_t code, bool down, uint64_t flags = 0) {
         PlatformEvent e = *platform.eventPoster->createKeyboardEvent(std::nullopt, code, down);
         e.flags = flags;
@@ -40,10 +29,6 @@ protected:
             display->meanLuma(int(window.x + squareX), int(window.y + squareY), int(squareSize), int(squareSize));
         return luma && *luma > whiteThreshold;
     }
-
-    std::unique_ptr<XDisplay> display;
-    std::shared_ptr<X11::X11Desktop> desktop;
-    PlatformServices platform;
 };
 
 TEST(X11KeyTable, KeysKeepTheirPositionsOnTheServersLayout) {

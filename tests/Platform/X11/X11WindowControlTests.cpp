@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "Platform/X11/X11Desktop.h"
+#include "Platform/X11/X11DesktopTest.h"
 #include "Support/XDisplay.h"
 #include "TslAgent/AXSupport.h"
 #include "TslAgent/WindowList.h"
@@ -10,20 +11,8 @@
 namespace tsl::test {
 namespace {
 
-class X11WindowControlTest : public ::testing::TestWithParam<bool> {
+class X11WindowControlTest : public X11DesktopTest {
 protected:
-    void SetUp() override {
-        display = std::make_unique<XDisplay>(GetParam());
-        ASSERT_TRUE(display->ready());
-        desktop = X11::X11Desktop::open(display->name());
-        platform = desktop->services({});
-    }
-    void TearDown() override {
-        platform = {};
-        desktop.reset();
-        display.reset();
-    }
-
     bool act(WindowAction::Kind kind, uint32_t window, int32_t pid, std::optional<WireRect> frame = std::nullopt) {
         return AX::perform(platform, WindowAction{.windowID = window, .kind = kind, .frame = frame}, pid);
     }
@@ -32,10 +21,6 @@ protected:
         auto a = X11::wait(x.raw(), xcb_get_window_attributes_reply, xcb_get_window_attributes(x.raw(), w));
         return a && a->map_state == XCB_MAP_STATE_VIEWABLE;
     }
-
-    std::unique_ptr<XDisplay> display;
-    std::shared_ptr<X11::X11Desktop> desktop;
-    PlatformServices platform;
 };
 
 TEST_P(X11WindowControlTest, MovesAndResizesLandExactly) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "Platform/X11/X11Desktop.h"
+#include "Platform/X11/X11DesktopTest.h"
 #include "Support/XDisplay.h"
 #include "TslAgent/AXSupport.h"
 
@@ -11,20 +12,8 @@ namespace {
 
 using X11::ClientWindow;
 
-class X11WindowServerTest : public ::testing::TestWithParam<bool> {
+class X11WindowServerTest : public X11DesktopTest {
 protected:
-    void SetUp() override {
-        display = std::make_unique<XDisplay>(GetParam());
-        ASSERT_TRUE(display->ready());
-        desktop = X11::X11Desktop::open(display->name());
-        platform = desktop->services({});
-    }
-    void TearDown() override {
-        platform = {};
-        desktop.reset();
-        display.reset();
-    }
-
     std::vector<ValueDict> list(uint32_t options = WindowServer::optionOnScreenOnly |
                                                    WindowServer::optionExcludeDesktopElements) {
         std::vector<ValueDict> out;
@@ -38,10 +27,6 @@ protected:
             if (e.at(WindowServer::keyNumber).asInteger() == int64_t(id)) return e;
         return std::nullopt;
     }
-
-    std::unique_ptr<XDisplay> display;
-    std::shared_ptr<X11::X11Desktop> desktop;
-    PlatformServices platform;
 };
 
 TEST_P(X11WindowServerTest, ListsClientWindowsAsTheServerDescribesThem) {
