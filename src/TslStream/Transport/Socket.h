@@ -16,10 +16,6 @@ int connectSocket(const SocketEndpoint& to);
 // Whether the peer of a unix socket runs as this process's user.
 bool peerIsThisUser(int fd);
 
-// Whether a failed accept, or a failure to set up what was accepted, means
-// the process is short of descriptors or memory: a reason to wait, not to stop.
-bool isResourceShortage(int error);
-
 // Lifts the soft descriptor limit to the hard one, so a listener has the
 // most room it may have before it must push back.
 void raiseDescriptorLimit();
