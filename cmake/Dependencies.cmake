@@ -30,7 +30,7 @@ if(NOT YUV_FOUND)
 endif()
 pkg_check_modules(SDL2 REQUIRED IMPORTED_TARGET sdl2)
 # The X11 desktop: XCB only, no Xlib.
-pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xcb-composite xcb-damage xcb-shm xcb-xtest xcb-xfixes xcb-res
+pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xcb-composite xcb-damage xcb-render xcb-shm xcb-xtest xcb-xfixes xcb-res
   xcb-keysyms)
 # Tests drive a real X server: screenshots and synthetic keys.
 pkg_check_modules(XTEST REQUIRED IMPORTED_TARGET x11 xtst)
