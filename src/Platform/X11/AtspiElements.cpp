@@ -3,8 +3,8 @@
 #include <atspi/atspi.h>
 
 #include <cmath>
-#include <deque>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include "Platform/X11/AtspiShortcut.h"
@@ -40,14 +40,28 @@ struct Facts {
     bool enabled = true;
     bool checked = false;
     bool multiLine = false;
+    std::optional<MenuShortcut> shortcut;  // menu items only
 };
 
+// Facts are read once, on the AT-SPI thread; once there, any thread answers
+// from them without a trip to that thread.
 struct Node final : AXElementRef {
     Object object;
     bool asMenu;  // the menu of a menu item, as Accessibility has it
     Node(Object object, bool asMenu) : object(std::move(object)), asMenu(asMenu) {}
+
+    std::optional<Facts> known() const {
+        std::lock_guard g(lock);
+        return facts;
+    }
+    void learn(Facts f) const {
+        std::lock_guard g(lock);
+        facts = std::move(f);
+    }
+
+private:
+    mutable std::mutex lock;
     mutable std::optional<Facts> facts;
-    mutable std::optional<std::optional<MenuShortcut>> shortcut;
 };
 
 struct Content final : AXElementRef {
@@ -70,26 +84,6 @@ std::vector<Object> children(AtspiAccessible* a) {
         if (Object child = hold(atspi_accessible_get_child_at_index(a, i, &c.error))) out.push_back(child);
     }
     return out;
-}
-
-std::optional<Facts> readFacts(AtspiAccessible* a) {
-    Facts f;
-    Status role, name;
-    f.role = atspi_accessible_get_role(a, &role.error);
-    if (!role.ok()) return std::nullopt;
-    f.name = text(atspi_accessible_get_name(a, &name.error));
-    if (AtspiStateSet* states = atspi_accessible_get_state_set(a)) {
-        f.enabled = atspi_state_set_contains(states, ATSPI_STATE_ENABLED);
-        f.checked = atspi_state_set_contains(states, ATSPI_STATE_CHECKED);
-        f.multiLine = atspi_state_set_contains(states, ATSPI_STATE_MULTI_LINE);
-        g_object_unref(states);
-    }
-    return f;
-}
-
-const Facts* factsOf(const Node& n) {
-    if (!n.facts) n.facts = readFacts(n.object->object);
-    return n.facts ? &*n.facts : nullptr;
 }
 
 bool isMenuItem(AtspiRole r) {
@@ -129,10 +123,20 @@ std::optional<MenuShortcut> readShortcut(AtspiAccessible* a, CommandKey command)
     return menuShortcut(binding, command);
 }
 
-std::vector<AXElement> elements(const std::vector<Object>& objects) {
-    std::vector<AXElement> out;
-    for (const Object& o : objects) out.push_back(std::make_shared<Node>(o, false));
-    return out;
+std::optional<Facts> readFacts(AtspiAccessible* a, CommandKey command) {
+    Facts f;
+    Status role, name;
+    f.role = atspi_accessible_get_role(a, &role.error);
+    if (!role.ok()) return std::nullopt;
+    f.name = text(atspi_accessible_get_name(a, &name.error));
+    if (AtspiStateSet* states = atspi_accessible_get_state_set(a)) {
+        f.enabled = atspi_state_set_contains(states, ATSPI_STATE_ENABLED);
+        f.checked = atspi_state_set_contains(states, ATSPI_STATE_CHECKED);
+        f.multiLine = atspi_state_set_contains(states, ATSPI_STATE_MULTI_LINE);
+        g_object_unref(states);
+    }
+    if (isMenuItem(f.role)) f.shortcut = readShortcut(a, command);
+    return f;
 }
 
 // The process's application on the bus.
@@ -182,54 +186,69 @@ Object frameOf(const AtspiElements::Window& window) {
     return app ? frameOf(children(app->object), window) : nullptr;
 }
 
-// A menu bar sits near the top of its frame: looked for three levels down.
+// A menu bar sits near the top of its frame: looked for three levels down,
+// each level's roles seen before any level below is opened.
 Object menuBarIn(const Object& frame) {
     constexpr int deepest = 3;
     constexpr size_t mostLooks = 64;
-    std::deque<std::pair<Object, int>> queue{{frame, 0}};
-    for (size_t looks = 0; !queue.empty() && looks < mostLooks; ++looks) {
-        auto [o, depth] = queue.front();
-        queue.pop_front();
-        Status s;
-        const AtspiRole role = atspi_accessible_get_role(o->object, &s.error);
-        if (role == ATSPI_ROLE_MENU_BAR) return o;
-        if (depth < deepest && !isMenuItem(role) && role != ATSPI_ROLE_MENU_BAR)
-            for (Object& child : children(o->object)) queue.emplace_back(std::move(child), depth + 1);
+    std::vector<Object> level{frame};
+    size_t looks = 0;
+    for (int depth = 0; depth < deepest && !level.empty(); ++depth) {
+        std::vector<Object> next;
+        for (const Object& o : level)
+            for (Object& child : children(o->object)) {
+                if (++looks > mostLooks) return nullptr;
+                Status s;
+                const AtspiRole role = atspi_accessible_get_role(child->object, &s.error);
+                if (role == ATSPI_ROLE_MENU_BAR) return child;
+                if (s.ok() && !isMenuItem(role)) next.push_back(std::move(child));
+            }
+        level = std::move(next);
     }
     return nullptr;
 }
 
-AXError copyFromNode(const Node& n, const std::string& attribute, std::optional<AXAttributeValue>& value,
-                     CommandKey command) {
-    const Facts* f = factsOf(n);
-    if (!f) return AXError::cannotComplete;
-    if (n.asMenu) {
-        if (attribute == "AXRole") value = std::string("AXMenu");
-        else if (attribute == "AXChildren") value = elements(children(n.object->object));
-        else return AXError::attributeUnsupported;
-        return AXError::success;
+// Children are read whole with their facts: whoever lists them goes on to
+// ask each, and one trip to the thread for the lot saves one per child.
+std::vector<AXElement> elements(const std::vector<Object>& objects, CommandKey command) {
+    std::vector<AXElement> out;
+    for (const Object& o : objects) {
+        auto node = std::make_shared<Node>(o, false);
+        if (auto f = readFacts(o->object, command)) node->learn(std::move(*f));
+        out.push_back(std::move(node));
     }
-    const bool menuItem = isMenuItem(f->role);
-    if (attribute == "AXRole") {
-        value = roleName(*f);
+    return out;
+}
+
+// What the facts alone answer; nothing when the answer needs the thread.
+std::optional<AXError> answer(const Node& n, const Facts& f, const std::string& attribute,
+                              std::optional<AXAttributeValue>& value) {
+    const bool menuItem = isMenuItem(f.role);
+    if (n.asMenu) {
+        if (attribute == "AXChildren") return std::nullopt;
+        if (attribute != "AXRole") return AXError::attributeUnsupported;
+        value = std::string("AXMenu");
+    } else if (attribute == "AXRole") {
+        value = roleName(f);
     } else if (attribute == "AXTitle") {
-        value = f->name;
-    } else if (attribute == "AXValue" && roleName(*f) == "AXStaticText") {
-        value = f->name;
+        value = f.name;
+    } else if (attribute == "AXValue" && roleName(f) == "AXStaticText") {
+        value = f.name;
     } else if (attribute == "AXEnabled") {
-        value = f->enabled;
+        value = f.enabled;
     } else if (attribute == "AXChildren") {
-        if (f->role == ATSPI_ROLE_MENU) value = std::vector<AXElement>{std::make_shared<Node>(n.object, true)};
+        if (f.role == ATSPI_ROLE_MENU) value = std::vector<AXElement>{std::make_shared<Node>(n.object, true)};
         else if (menuItem) value = std::vector<AXElement>{};
-        else value = elements(children(n.object->object));
+        else return std::nullopt;
     } else if (attribute == "AXMenuItemMarkChar" && menuItem) {
-        if (!f->checked) return AXError::noValue;
+        if (!f.checked) return AXError::noValue;
         value = std::string("\u2713");
-    } else if ((attribute == "AXMenuItemCmdChar" || attribute == "AXMenuItemCmdModifiers") && menuItem) {
-        if (!n.shortcut) n.shortcut = readShortcut(n.object->object, command);
-        if (!*n.shortcut) return AXError::noValue;
-        if (attribute == "AXMenuItemCmdChar") value = (*n.shortcut)->character;
-        else value = (*n.shortcut)->modifiers;
+    } else if (attribute == "AXMenuItemCmdChar" && menuItem) {
+        if (!f.shortcut) return AXError::noValue;
+        value = f.shortcut->character;
+    } else if (attribute == "AXMenuItemCmdModifiers" && menuItem) {
+        if (!f.shortcut) return AXError::noValue;
+        value = f.shortcut->modifiers;
     } else {
         return AXError::attributeUnsupported;
     }
@@ -302,13 +321,25 @@ AXError AtspiElements::copyAttributeValue(const AXElement& element, const std::s
         return AtspiThread::shared().call([&] {
             if (!AtspiThread::shared().connect()) return AXError::cannotComplete;
             Object frame = frameOf(c->window);
-            value = frame ? elements(children(frame->object)) : std::vector<AXElement>{};
+            value = frame ? elements(children(frame->object), command) : std::vector<AXElement>{};
             return AXError::success;
         });
     }
     auto* n = dynamic_cast<const Node*>(element.get());
     if (!n) return AXError::illegalArgument;
-    return AtspiThread::shared().call([&] { return copyFromNode(*n, attribute, value, command); });
+    if (auto f = n->known())
+        if (auto done = answer(*n, *f, attribute, value)) return *done;
+    return AtspiThread::shared().call([&] {
+        std::optional<Facts> f = n->known();
+        if (!f) {
+            f = readFacts(n->object->object, command);
+            if (!f) return AXError::cannotComplete;
+            n->learn(*f);
+        }
+        if (auto done = answer(*n, *f, attribute, value)) return *done;
+        value = elements(children(n->object->object), command);
+        return AXError::success;
+    });
 }
 
 AXError AtspiElements::performAction(const AXElement& element, const std::string& action) {
