@@ -9,27 +9,6 @@
 namespace tsl::X11 {
 namespace {
 
-struct Job {
-    std::function<void()> work;
-    std::promise<void> done;
-};
-
-gboolean runJob(gpointer data) {
-    auto* job = static_cast<Job*>(data);
-    try {
-        job->work();
-        job->done.set_value();
-    } catch (...) {
-        job->done.set_exception(std::current_exception());
-    }
-    return G_SOURCE_REMOVE;
-}
-
-gboolean unref(gpointer data) {
-    g_object_unref(data);
-    return G_SOURCE_REMOVE;
-}
-
 thread_local bool onAtspiThread = false;
 
 }  // namespace
@@ -42,7 +21,6 @@ AtspiThread& AtspiThread::shared() {
 
 AtspiThread::AtspiThread() {
     context = g_main_context_new();
-    mainLoop = g_main_loop_new(context, FALSE);
     thread = std::thread([this] { loop(); });
     thread.detach();
 }
@@ -51,15 +29,46 @@ void AtspiThread::loop() {
     pthread_setname_np(pthread_self(), "tsl.atspi");
     onAtspiThread = true;
     g_main_context_push_thread_default(context);
-    g_main_loop_run(mainLoop);
+    for (;;) {
+        // libatspi's D-Bus traffic, until a post wakes the context.
+        g_main_context_iteration(context, TRUE);
+        for (;;) {
+            std::function<void()> job;
+            {
+                std::lock_guard g(lock);
+                if (jobs.empty()) break;
+                job = std::move(jobs.front());
+                jobs.pop_front();
+            }
+            job();
+        }
+    }
+}
+
+void AtspiThread::post(std::function<void()> job) {
+    {
+        std::lock_guard g(lock);
+        jobs.push_back(std::move(job));
+    }
+    g_main_context_wakeup(context);
 }
 
 void AtspiThread::run(const std::function<void()>& work) {
     if (onAtspiThread) return work();
-    Job job{work, {}};
-    std::future<void> done = job.done.get_future();
-    g_main_context_invoke(context, runJob, &job);
-    done.get();
+    std::promise<void> done;
+    std::future<void> finished = done.get_future();
+    post([&] {
+        // The error leaves its catch block before it is handed over.
+        std::exception_ptr error;
+        try {
+            work();
+        } catch (...) {
+            error = std::current_exception();
+        }
+        if (error) done.set_exception(error);
+        else done.set_value();
+    });
+    finished.get();
 }
 
 bool AtspiThread::connect() {
@@ -77,7 +86,9 @@ bool AtspiThread::connect() {
 }
 
 void AtspiThread::release(AtspiAccessible* object) {
-    if (object) g_main_context_invoke(context, unref, object);
+    if (!object) return;
+    if (onAtspiThread) g_object_unref(object);
+    else post([object] { g_object_unref(object); });
 }
 
 }  // namespace tsl::X11

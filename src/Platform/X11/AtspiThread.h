@@ -1,12 +1,13 @@
 #pragma once
+#include <deque>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <thread>
 
 using AtspiAccessible = struct _AtspiAccessible;
 using GMainContext = struct _GMainContext;
-using GMainLoop = struct _GMainLoop;
 
 namespace tsl::X11 {
 
@@ -42,10 +43,14 @@ public:
 private:
     AtspiThread();
     void loop();
+    void post(std::function<void()> job);
 
     GMainContext* context = nullptr;
-    GMainLoop* mainLoop = nullptr;
     std::thread thread;
+    // Jobs pass through our own queue, not GLib's: GLib's locks are futexes
+    // that the thread sanitizer cannot see.
+    std::mutex lock;
+    std::deque<std::function<void()>> jobs;
     int state = 0;  // inside jobs only: 0 not tried, 1 connected, 2 failed
 };
 
