@@ -5,12 +5,49 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Support/AgentTestSupport.h"
 #include "Support/GtkDemo.h"
 #include "Support/XDisplay.h"
 #include "TesselHost/TesselRun.h"
+#include "TslStream/Runtime/GlobalQueue.h"
+#include "TslStream/Runtime/Task.h"
 
 namespace tsl::test {
 namespace {
+
+// The endpoint of an agent on the X display, once it listens.
+std::string listening(ChildProcess& agent) {
+    const std::string prefix = "TesselAgent listening on ";
+    if (!agent.waitForOutput("\n") || !agent.standardOutput().starts_with(prefix)) return "";
+    const std::string& line = agent.standardOutput();
+    return line.substr(prefix.size(), line.size() - prefix.size() - 1);
+}
+
+// What the agent's status says of Accessibility.
+std::optional<bool> accessibilityGranted(const std::string& endpoint) {
+    auto where = SocketEndpoint::parse(endpoint);
+    if (!where) return std::nullopt;
+    HostEnd host(std::make_shared<WireConnection>(*where, "test"));
+    host.channel->start();
+    auto ask = [&](ControlMessage m) {
+        return runBlocking(GlobalQueue::executor(), host.channel->request(std::move(m), 10), limit);
+    };
+    ask(ControlMessage::Hello{hostHello({"channel:control"})});
+    auto status = ask(ControlMessage::Status{});
+    auto* s = status.get<ControlMessage::Status>();
+    return s && s->value ? std::optional(s->value->accessibilityGranted) : std::nullopt;
+}
+
+TEST(X11MenuAgent, AccessibilityIsGrantedWhenTheBusAnswers) {
+    XDisplay display(false);
+    ASSERT_TRUE(display.ready());
+    ASSERT_TRUE(AccessibilityBus::shared().ready());
+    ChildProcess withBus(agentExecutable(), {"--desktop", "x11", "--listen", "tcp:127.0.0.1:0"});
+    EXPECT_EQ(accessibilityGranted(listening(withBus)), true) << withBus.standardError();
+    ChildProcess without("/usr/bin/env", {"-u", "DBUS_SESSION_BUS_ADDRESS", "-u", "AT_SPI_BUS_ADDRESS",
+                                          agentExecutable(), "--desktop", "x11", "--listen", "tcp:127.0.0.1:0"});
+    EXPECT_EQ(accessibilityGranted(listening(without)), false) << without.standardError();
+}
 
 TEST(X11MenuAgent, TesselReadsAndPressesAGuestWindowsMenus) {
     XDisplay display(true);
@@ -20,11 +57,8 @@ TEST(X11MenuAgent, TesselReadsAndPressesAGuestWindowsMenus) {
     const int32_t pid = *window->pid;
 
     ChildProcess agent(agentExecutable(), {"--desktop", "x11", "--listen", "tcp:127.0.0.1:0"});
-    ASSERT_TRUE(agent.waitForOutput("\n")) << agent.standardError();
-    const std::string prefix = "TesselAgent listening on ";
-    const std::string line = agent.standardOutput();
-    ASSERT_TRUE(line.starts_with(prefix));
-    const std::string endpoint = line.substr(prefix.size(), line.size() - prefix.size() - 1);
+    const std::string endpoint = listening(agent);
+    ASSERT_FALSE(endpoint.empty()) << agent.standardError();
 
     const auto listed = runTessel({"menus", GtkDemo::title, "--json", "--connect", endpoint});
     ASSERT_EQ(listed.status, 0) << listed.err;
