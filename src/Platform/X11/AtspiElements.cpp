@@ -237,9 +237,15 @@ std::optional<AXError> answer(const Node& n, const Facts& f, const std::string& 
     } else if (attribute == "AXEnabled") {
         value = f.enabled;
     } else if (attribute == "AXChildren") {
-        if (f.role == ATSPI_ROLE_MENU) value = std::vector<AXElement>{std::make_shared<Node>(n.object, true)};
-        else if (menuItem) value = std::vector<AXElement>{};
-        else return std::nullopt;
+        if (f.role == ATSPI_ROLE_MENU) {
+            auto menu = std::make_shared<Node>(n.object, true);
+            menu->learn(f);
+            value = std::vector<AXElement>{std::move(menu)};
+        } else if (menuItem) {
+            value = std::vector<AXElement>{};
+        } else {
+            return std::nullopt;
+        }
     } else if (attribute == "AXMenuItemMarkChar" && menuItem) {
         if (!f.checked) return AXError::noValue;
         value = std::string("\u2713");
@@ -299,7 +305,11 @@ std::optional<AXElement> AtspiElements::menuBar(const Window& window) {
         if (Object frame = frameOf(frames, window)) bar = menuBarIn(frame);
         for (size_t i = 0; !bar && i < frames.size(); ++i) bar = menuBarIn(frames[i]);
         if (!bar) return std::nullopt;
-        return std::make_shared<Node>(bar, false);
+        auto node = std::make_shared<Node>(bar, false);
+        Facts known;  // its role is all a bar is asked for but its items
+        known.role = ATSPI_ROLE_MENU_BAR;
+        node->learn(std::move(known));
+        return node;
     });
 }
 
