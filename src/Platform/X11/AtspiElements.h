@@ -14,9 +14,9 @@ namespace tsl::X11 {
 // the item and its menu, so its element has one child, the same menu seen
 // as "AXMenu", whose children are the items. Roles map to the nearest
 // Accessibility role ("AXStaticText", "AXButton", "AXTextField", ...), and
-// states to "AXEnabled" and a check mark. An element reads its role, name
-// and states once, at its first attribute; a fresh look takes a fresh
-// element, as every walk from the application does.
+// states to "AXEnabled" and a check mark. An element's role, name, states
+// and shortcut are read once, with the list of children it came in; a
+// fresh look takes a fresh element, as every walk from the application does.
 class AtspiElements {
 public:
     // The window in X terms, to find the AT-SPI frame that shows it.
