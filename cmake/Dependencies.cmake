@@ -32,6 +32,8 @@ pkg_check_modules(SDL2 REQUIRED IMPORTED_TARGET sdl2)
 # The X11 desktop: XCB only, no Xlib.
 pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xcb-composite xcb-damage xcb-render xcb-shm xcb-xtest xcb-xfixes xcb-res
   xcb-keysyms)
+# What is inside other applications' windows (menus, dialog text): AT-SPI2.
+pkg_check_modules(ATSPI REQUIRED IMPORTED_TARGET atspi-2 gobject-2.0)
 # Tests drive a real X server: screenshots and synthetic keys.
 pkg_check_modules(XTEST REQUIRED IMPORTED_TARGET x11 xtst)
 

@@ -31,4 +31,12 @@ std::shared_ptr<AgentLink> reachAgent(const AgentAddress& address, const std::at
                       [](const std::string& where) { std::cerr << "Waiting for the agent on " << where << "\n"; });
 }
 
+ExitStatus withAgent(const AgentAddress& address, const std::function<void(HostSession&)>& use) {
+    if (auto usage = address.usage()) throw CommandFailure(*usage, ExitStatus::usage);
+    std::atomic<bool> never{false};
+    HostSession session(reachAgent(address, never), {});
+    use(session);
+    return ExitStatus::success;
+}
+
 }  // namespace tsl::host

@@ -1,7 +1,6 @@
 // tessel apps and tessel launch: the guest's applications, through a running agent.
 #include <CLI/CLI.hpp>
 
-#include <atomic>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -12,19 +11,6 @@
 #include "TslCore/Support/Error.h"
 
 namespace tsl::host {
-namespace {
-
-// One request over a fresh link.
-template <class Use>
-ExitStatus withAgent(const AgentAddress& address, Use use) {
-    if (auto usage = address.usage()) throw CommandFailure(*usage, ExitStatus::usage);
-    std::atomic<bool> never{false};
-    HostSession session(reachAgent(address, never), {});
-    use(session);
-    return ExitStatus::success;
-}
-
-}  // namespace
 
 void addAppsCommands(CLI::App& app, ExitStatus& status) {
     struct Arguments {

@@ -18,5 +18,6 @@ void addBetaCommand(CLI::App& app, ExitStatus& status);
 void addSimCommand(CLI::App& app, ExitStatus& status);
 void addViewCommand(CLI::App& app, ExitStatus& status);
 void addAppsCommands(CLI::App& app, ExitStatus& status);
+void addMenusCommands(CLI::App& app, ExitStatus& status);
 
 }  // namespace tsl::host

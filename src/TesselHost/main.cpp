@@ -14,9 +14,9 @@ int main(int argc, char** argv) {
     app.set_version_flag("--version", std::string(tsl::TesselVersion::string));
     app.require_subcommand(1);
     ExitStatus status = ExitStatus::success;
-    for (auto add :
-         {addScanCommand, addDiagCommand, addCompatCommand, addFeedCommand, addShareCommand, addMigrateCommand,
-          addStateCommand, addSetupCommand, addBetaCommand, addSimCommand, addViewCommand, addAppsCommands})
+    for (auto add : {addScanCommand, addDiagCommand, addCompatCommand, addFeedCommand, addShareCommand,
+                     addMigrateCommand, addStateCommand, addSetupCommand, addBetaCommand, addSimCommand, addViewCommand,
+                     addAppsCommands, addMenusCommands})
         add(app, status);
     addExitStatusFooters(app);
     return parseCommandLine(app, argc, argv, status);

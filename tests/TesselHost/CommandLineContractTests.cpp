@@ -104,6 +104,8 @@ TEST(CommandLineContract, EveryLeafCommandKeepsTheSameRules) {
         {"view", {{"view", "--headless", "--connect", "unix:" + missing}}},
         {"apps", {{"apps", "--connect", "unix:" + missing}}},
         {"launch", {{"launch", "com.example.none", "--connect", "unix:" + missing}}},
+        {"menus", {{"menus", "1", "--connect", "unix:" + missing}}},
+        {"press", {{"press", "1", "1.4", "--connect", "unix:" + missing}}},
     };
 
     std::vector<Words> leaves;

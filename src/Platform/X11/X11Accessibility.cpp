@@ -38,6 +38,10 @@ const ClientWindow* find(const std::vector<ClientWindow>& all, xcb_window_t id) 
     return it == all.end() ? nullptr : &*it;
 }
 
+AtspiElements::Window inAtspiTerms(const ClientWindow& w) {
+    return {w.pid.value_or(0), w.title.value_or(""), w.bounds};
+}
+
 }  // namespace
 
 AXElement X11Accessibility::createApplication(int32_t pid) { return make(Element::Kind::application, pid); }
@@ -50,6 +54,7 @@ AXError X11Accessibility::setMessagingTimeout(const AXElement& element, float se
 AXError X11Accessibility::copyAttributeValue(const AXElement& element, const std::string& attribute,
                                              std::optional<AXAttributeValue>& value) {
     value.reset();
+    if (AtspiElements::owns(element)) return atspi.copyAttributeValue(element, attribute, value);
     const Element* e = elementOf(element);
     if (!e) return AXError::illegalArgument;
     Connection& x = control->connection();
@@ -79,6 +84,12 @@ AXError X11Accessibility::copyAttributeValue(const AXElement& element, const std
             std::optional<ClientWindow> focus = control->focused(all);
             const ClientWindow& chosen = focus && focus->pid == e->pid ? *focus : mine.front();
             value = make(Element::Kind::window, e->pid, chosen.id);
+        } else if (attribute == "AXMenuBar") {
+            std::optional<ClientWindow> focus = control->focused(all);
+            std::optional<AXElement> bar =
+                atspi.menuBar(inAtspiTerms(focus && focus->pid == e->pid ? *focus : mine.front()));
+            if (!bar) return AXError::noValue;
+            value = *bar;
         } else {
             return AXError::attributeUnsupported;
         }
@@ -106,7 +117,9 @@ AXError X11Accessibility::copyAttributeValue(const AXElement& element, const std
         std::vector<ClientWindow> sheets;
         for (const ClientWindow& other : all)
             if (other.transientFor == w->id && !other.overrideRedirect) sheets.push_back(other);
-        value = elements(sheets);
+        std::vector<AXElement> children = elements(sheets);
+        children.push_back(AtspiElements::content(inAtspiTerms(*w)));
+        value = children;
     } else {
         return AXError::attributeUnsupported;
     }
@@ -154,6 +167,7 @@ AXError X11Accessibility::setAttributeValue(const AXElement& element, const std:
 }
 
 AXError X11Accessibility::performAction(const AXElement& element, const std::string& action) {
+    if (AtspiElements::owns(element)) return atspi.performAction(element, action);
     const Element* e = elementOf(element);
     if (!e || e->kind == Element::Kind::application) return AXError::actionUnsupported;
     Connection& x = control->connection();

@@ -18,7 +18,7 @@ X11Desktop::X11Desktop(std::shared_ptr<Connection> x, CommandKey command)
 PlatformServices X11Desktop::services(PlatformServices others) const {
     others.windowServer = std::make_shared<X11WindowServer>(x);
     others.workspace = std::make_shared<X11Workspace>(_control);
-    others.accessibility = std::make_shared<X11Accessibility>(_control);
+    others.accessibility = std::make_shared<X11Accessibility>(_control, command);
     others.eventPoster = std::make_shared<X11EventPoster>(_control, command);
     others.screenCapture = std::make_shared<X11ScreenCapture>(x);
     return others;
