@@ -124,7 +124,7 @@ CompatDatabase CompatDatabase::decode(std::span<const uint8_t> data) {
             db = decodeLegacy(j);
         }
     } catch (const JSONFields::DecodeError& e) {
-        throw json::other_error::create(501, e.description(), nullptr);
+        throw JSONFields::libraryError(e);
     }
     db.reindex();
     return db;

@@ -48,30 +48,15 @@ void fields(V& v, R& r) {
     v("apps", r.apps);
 }
 
-namespace {
-
-// This file's readers promise the library's own error.
-template <class T>
-void decode(const json& j, T& out) {
-    using JSONFields::fromJSON;  // beside the records' own values, found by their type
-    try {
-        fromJSON(j, Path{}, out);
-    } catch (const JSONFields::DecodeError& e) {
-        throw json::other_error::create(501, e.description(), &j);
-    }
-}
-
-}  // namespace
-
 void to_json(json& j, const MachOArch& arch) { j = toJSON(arch); }
-void from_json(const json& j, MachOArch& arch) { decode(j, arch); }
+void from_json(const json& j, MachOArch& arch) { JSONFields::decodeAsLibrary(j, arch); }
 void to_json(json& j, ArchClass archClass) { j = toJSON(archClass); }
-void from_json(const json& j, ArchClass& archClass) { decode(j, archClass); }
+void from_json(const json& j, ArchClass& archClass) { JSONFields::decodeAsLibrary(j, archClass); }
 void to_json(json& j, const BundleTraits& traits) { j = JSONFields::toJSON(traits); }
-void from_json(const json& j, BundleTraits& traits) { decode(j, traits); }
+void from_json(const json& j, BundleTraits& traits) { JSONFields::decodeAsLibrary(j, traits); }
 void to_json(json& j, const AppBundleInfo& info) { j = JSONFields::toJSON(info); }
-void from_json(const json& j, AppBundleInfo& info) { decode(j, info); }
+void from_json(const json& j, AppBundleInfo& info) { JSONFields::decodeAsLibrary(j, info); }
 void to_json(json& j, const AppScanner::Report& report) { j = JSONFields::toJSON(report); }
-void from_json(const json& j, AppScanner::Report& report) { decode(j, report); }
+void from_json(const json& j, AppScanner::Report& report) { JSONFields::decodeAsLibrary(j, report); }
 
 }  // namespace tsl

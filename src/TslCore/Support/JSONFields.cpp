@@ -27,6 +27,10 @@ void checkDepth(const Path& at) {
     if (at.depth > maxDepth) throw DecodeError("nesting deeper than " + std::to_string(maxDepth) + " levels", "");
 }
 
+json::other_error libraryError(const DecodeError& error) {
+    return json::other_error::create(501, error.description(), nullptr);
+}
+
 json toJSON(bool value) { return value; }
 
 json toJSON(const std::string& value) { return value; }

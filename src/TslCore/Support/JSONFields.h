@@ -355,6 +355,18 @@ void fromJSON(J& j, const Path& at, R& out) {
     fields(reader, out);
 }
 
+// For readers that promise the library's own exception: the same text.
+nlohmann::json::other_error libraryError(const DecodeError& error);
+
+template <class T>
+void decodeAsLibrary(const json& j, T& out) {
+    try {
+        fromJSON(j, Path{}, out);
+    } catch (const DecodeError& e) {
+        throw libraryError(e);
+    }
+}
+
 template <Record R, Source J>
 R decode(J& j) {
     R record;
