@@ -288,8 +288,13 @@ struct Reader {
     }
     template <class T>
     void operator()(std::string_view key, std::optional<T>& out) {
-        if (J* value = find(key)) fromJSON(*value, path.child(key), out.emplace());
-        else out.reset();
+        J* value = find(key);
+        if (!value) return out.reset();
+        // Not emplace(): clang takes a nested record with member
+        // initialisers for one without a default constructor.
+        T read{};
+        fromJSON(*value, path.child(key), read);
+        out = std::move(read);
     }
     // On any failure `out` keeps what it held: the record's default.
     template <class T>
