@@ -1,13 +1,11 @@
 #include "TslCore/Compat/CompatDatabase.h"
 
-#include <cmath>
-#include <limits>
 #include <nlohmann/json.hpp>
 #include <unordered_map>
 
 #include "TslCore/Compat/CompatError.h"
 #include "TslCore/Compat/VersionNumber.h"
-#include "TslCore/Support/JSONInteger.h"
+#include "TslCore/Support/JSONFields.h"
 #include "TslCore/Support/UnicodeText.h"
 
 namespace tsl {
@@ -19,64 +17,53 @@ struct CompatDatabase::Index {
     std::unordered_map<std::string, std::vector<size_t>> byID;  // lower-cased identifier → positions
 };
 
+json toJSON(CompatDatabase::Status status) { return toString(status); }
+void fromJSON(const json& j, const JSONFields::Path& at, CompatDatabase::Status& out) {
+    JSONFields::parsedFromJSON(j, at, out, statusFromString);
+}
+
+template <class V, JSONFields::Is<CompatDatabase::VersionRange> R>
+void fields(V& v, R& r) {
+    v("min", r.min);
+    v("max", r.max);
+}
+
+template <class V, JSONFields::Is<CompatDatabase::Entry> R>
+void fields(V& v, R& r) {
+    v("bundleID", r.bundleID);
+    v("name", r.name);
+    v("versions", r.versions);
+    v("status", r.status);
+    v("note", r.note);
+    v("vendorURL", r.vendorURL);
+    v("recipe", r.recipe);
+}
+
+template <class V, JSONFields::Is<CompatDatabase> R>
+void fields(V& v, R& r) {
+    v("schema", r.schema);
+    v("updated", r.updated);
+    v("apps", r.apps);
+}
+
 namespace {
 
 constexpr std::array<std::string_view, 5> statusNames{"works", "limited", "wontRun", "untested", "nativeAvailable"};
 
-[[noreturn]] void fail(const std::string& what) { throw json::other_error::create(501, what, nullptr); }
+// The records of the legacy form: a bare list, with its own status words.
+struct LegacyRecord {
+    std::string bundleID;
+    std::string name;
+    std::string status;
+    std::optional<std::string> note;
+};
 
-const json& required(const json& object, const char* key) {
-    if (!object.is_object()) fail(std::string("expected an object holding \"") + key + "\"");
-    const auto it = object.find(key);
-    if (it == object.end() || it->is_null()) fail(std::string("missing key \"") + key + "\"");
-    return *it;
-}
-
-std::string requiredString(const json& object, const char* key) { return required(object, key).get<std::string>(); }
-
-// Absent and null both mean absent; any other type is an error.
-std::optional<std::string> optionalString(const json& object, const char* key) {
-    const auto it = object.find(key);
-    if (it == object.end() || it->is_null()) return std::nullopt;
-    return it->get<std::string>();
-}
-
-int64_t requiredInteger(const json& object, const char* key) {
-    if (const auto value = jsonInteger<int64_t>(required(object, key))) return *value;
-    fail(std::string("\"") + key + "\" is not a 64-bit integer");
-}
-
-CompatDatabase::Status requiredStatus(const json& object) {
-    const std::string word = requiredString(object, "status");
-    const auto status = statusFromString(word);
-    if (!status) fail("unknown status \"" + word + "\"");
-    return *status;
-}
-
-CompatDatabase::Entry decodeEntry(const json& j) {
-    CompatDatabase::Entry entry;
-    entry.bundleID = requiredString(j, "bundleID");
-    entry.name = requiredString(j, "name");
-    if (const auto it = j.find("versions"); it != j.end() && !it->is_null()) {
-        if (!it->is_object()) fail("\"versions\" is not an object");
-        entry.versions = CompatDatabase::VersionRange{optionalString(*it, "min"), optionalString(*it, "max")};
-    }
-    entry.status = requiredStatus(j);
-    entry.note = optionalString(j, "note");
-    entry.vendorURL = optionalString(j, "vendorURL");
-    entry.recipe = optionalString(j, "recipe");
-    return entry;
-}
-
-CompatDatabase decodeCurrent(const json& j) {
-    CompatDatabase db;
-    db.schema = requiredInteger(j, "schema");
-    db.updated = optionalString(j, "updated");
-    const json& apps = required(j, "apps");
-    if (!apps.is_array()) fail("\"apps\" is not an array");
-    db.apps.reserve(apps.size());
-    for (const auto& app : apps) db.apps.push_back(decodeEntry(app));
-    return db;
+template <class V, JSONFields::Is<LegacyRecord> R>
+void fields(V& v, R& r) {
+    v("bundleID", r.bundleID);
+    v("name", r.name);
+    v("status", r.status);
+    v("note", r.note);
 }
 
 CompatDatabase::Status legacyStatus(std::string_view word) {
@@ -87,15 +74,17 @@ CompatDatabase::Status legacyStatus(std::string_view word) {
 }
 
 CompatDatabase decodeLegacy(const json& j) {
-    if (!j.is_array()) fail("neither a database nor a list of records");
+    if (!j.is_array()) JSONFields::fail("neither a database nor a list of records", {});
+    std::vector<LegacyRecord> records;
+    JSONFields::fromJSON(j, {}, records);
     CompatDatabase db;
-    db.apps.reserve(j.size());
-    for (const auto& record : j) {
+    db.apps.reserve(records.size());
+    for (auto& record : records) {
         CompatDatabase::Entry entry;
-        entry.bundleID = requiredString(record, "bundleID");
-        entry.name = requiredString(record, "name");
-        entry.status = legacyStatus(requiredString(record, "status"));
-        entry.note = optionalString(record, "note");
+        entry.bundleID = std::move(record.bundleID);
+        entry.name = std::move(record.name);
+        entry.status = legacyStatus(record.status);
+        entry.note = std::move(record.note);
         db.apps.push_back(std::move(entry));
     }
     return db;
@@ -125,16 +114,18 @@ bool CompatDatabase::VersionRange::contains(const std::optional<std::string>& ve
 }
 
 CompatDatabase CompatDatabase::decode(std::span<const uint8_t> data) {
-    CompatDatabase db;
     const json j = json::parse(data.begin(), data.end());
-    bool current = true;
+    CompatDatabase db;
     try {
-        db = decodeCurrent(j);
-    } catch (const json::exception&) {
-        current = false;
+        try {
+            db = JSONFields::decode<CompatDatabase>(j);
+            if (db.schema != schemaVersion) throw CompatError::unsupportedSchema(db.schema);
+        } catch (const JSONFields::DecodeError&) {
+            db = decodeLegacy(j);
+        }
+    } catch (const JSONFields::DecodeError& e) {
+        throw JSONFields::libraryError(e);
     }
-    if (current && db.schema != schemaVersion) throw CompatError::unsupportedSchema(db.schema);
-    if (!current) db = decodeLegacy(j);
     db.reindex();
     return db;
 }
@@ -168,25 +159,6 @@ const CompatDatabase::Entry* CompatDatabase::entry(const std::optional<std::stri
     return best;
 }
 
-void to_json(json& j, const CompatDatabase& db) {
-    j = json::object();
-    j["schema"] = db.schema;
-    if (db.updated) j["updated"] = *db.updated;
-    json apps = json::array();
-    for (const auto& entry : db.apps) {
-        json e{{"bundleID", entry.bundleID}, {"name", entry.name}, {"status", toString(entry.status)}};
-        if (entry.versions) {
-            json range = json::object();
-            if (entry.versions->min) range["min"] = *entry.versions->min;
-            if (entry.versions->max) range["max"] = *entry.versions->max;
-            e["versions"] = range;
-        }
-        if (entry.note) e["note"] = *entry.note;
-        if (entry.vendorURL) e["vendorURL"] = *entry.vendorURL;
-        if (entry.recipe) e["recipe"] = *entry.recipe;
-        apps.push_back(std::move(e));
-    }
-    j["apps"] = std::move(apps);
-}
+void to_json(json& j, const CompatDatabase& db) { j = JSONFields::toJSON(db); }
 
 }  // namespace tsl

@@ -8,6 +8,8 @@
 #include <variant>
 #include <vector>
 
+#include "TslCore/Support/JSONFields.h"
+
 namespace tsl {
 
 struct CrashSignature {
@@ -111,21 +113,13 @@ struct DiagnosticEvent {
     bool operator==(const DiagnosticEvent&) const = default;
 };
 
-// Exact JSON forms. Decoding throws nlohmann::json::exception (or
-// std::invalid_argument for an unknown raw text) on anything that does not fit.
-void to_json(nlohmann::json& j, const CrashSignature& v);
-void from_json(const nlohmann::json& j, CrashSignature& v);
-void to_json(nlohmann::json& j, const AppOutcome& v);
-void from_json(const nlohmann::json& j, AppOutcome& v);
-void to_json(nlohmann::json& j, const MacInfo& v);
-void from_json(const nlohmann::json& j, MacInfo& v);
-void to_json(nlohmann::json& j, const OSInfo& v);
-void from_json(const nlohmann::json& j, OSInfo& v);
-void to_json(nlohmann::json& j, const SessionMetrics& v);
-void from_json(const nlohmann::json& j, SessionMetrics& v);
-void to_json(nlohmann::json& j, const SetupStep& v);
-void from_json(const nlohmann::json& j, SetupStep& v);
+// Exact JSON forms, keys as the records' fields. Decoding throws
+// JSONFields::DecodeError, whose text says where the value sits.
 void to_json(nlohmann::json& j, const DiagnosticEvent& v);
 void from_json(const nlohmann::json& j, DiagnosticEvent& v);
+
+// The same for records that hold events.
+nlohmann::json toJSON(const DiagnosticEvent& event);
+void fromJSON(const nlohmann::json& j, const JSONFields::Path& at, DiagnosticEvent& event);
 
 }  // namespace tsl

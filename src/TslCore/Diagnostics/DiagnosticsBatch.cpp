@@ -20,29 +20,25 @@ std::string DiagnosticsBatch::newID() {
     return id;
 }
 
-void to_json(json& j, const DiagnosticsBatch::AppPart& v) { j = {{"version", v.version}, {"build", v.build}}; }
-void from_json(const json& j, DiagnosticsBatch::AppPart& v) {
-    j.at("version").get_to(v.version);
-    j.at("build").get_to(v.build);
+template <class V, JSONFields::Is<DiagnosticsBatch::Consent> R>
+void fields(V& v, R& r) {
+    v("diagnostics", r.diagnostics);
+    v("version", r.version);
 }
 
-void to_json(json& j, const DiagnosticsBatch::Consent& v) {
-    j = {{"diagnostics", v.diagnostics}, {"version", v.version}};
-}
-void from_json(const json& j, DiagnosticsBatch::Consent& v) {
-    j.at("diagnostics").get_to(v.diagnostics);
-    j.at("version").get_to(v.version);
+template <class V, JSONFields::Is<DiagnosticsBatch> R>
+void fields(V& v, R& r) {
+    v("schema", r.schema);
+    v("batch", r.batch);
+    v("app", r.app);
+    v("consent", r.consent);
+    v("events", r.events);
 }
 
-void to_json(json& j, const DiagnosticsBatch& v) {
-    j = {{"schema", v.schema}, {"batch", v.batch}, {"app", v.app}, {"consent", v.consent}, {"events", v.events}};
-}
-void from_json(const json& j, DiagnosticsBatch& v) {
-    j.at("schema").get_to(v.schema);
-    j.at("batch").get_to(v.batch);
-    j.at("app").get_to(v.app);
-    j.at("consent").get_to(v.consent);
-    j.at("events").get_to(v.events);
-}
+void to_json(json& j, const DiagnosticsBatch::AppPart& v) { j = JSONFields::toJSON(v); }
+void from_json(const json& j, DiagnosticsBatch::AppPart& v) { JSONFields::fromJSON(j, JSONFields::Path{}, v); }
+
+void to_json(json& j, const DiagnosticsBatch& v) { j = JSONFields::toJSON(v); }
+void from_json(const json& j, DiagnosticsBatch& v) { JSONFields::fromJSON(j, JSONFields::Path{}, v); }
 
 }  // namespace tsl

@@ -41,10 +41,16 @@ struct DiagnosticsBatch {
     bool operator==(const DiagnosticsBatch&) const = default;
 };
 
+// Also part of a problem report.
+template <class V, JSONFields::Is<DiagnosticsBatch::AppPart> R>
+void fields(V& v, R& r) {
+    v("version", r.version);
+    v("build", r.build);
+}
+
+// Decoding throws JSONFields::DecodeError.
 void to_json(nlohmann::json& j, const DiagnosticsBatch::AppPart& v);
 void from_json(const nlohmann::json& j, DiagnosticsBatch::AppPart& v);
-void to_json(nlohmann::json& j, const DiagnosticsBatch::Consent& v);
-void from_json(const nlohmann::json& j, DiagnosticsBatch::Consent& v);
 void to_json(nlohmann::json& j, const DiagnosticsBatch& v);
 void from_json(const nlohmann::json& j, DiagnosticsBatch& v);
 

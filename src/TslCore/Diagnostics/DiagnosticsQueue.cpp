@@ -12,12 +12,18 @@
 #include "TslCore/Diagnostics/DiagnosticsSanitizer.h"
 #include "TslCore/Support/AtomicFile.h"
 #include "TslCore/Support/BoundedFile.h"
-#include "TslCore/Support/JSONInteger.h"
+#include "TslCore/Support/JSONFields.h"
 
 namespace tsl {
 
 using nlohmann::json;
 namespace fs = std::filesystem;
+
+template <class V, JSONFields::Is<DiagnosticsQueue::InFlight> R>
+void fields(V& v, R& r) {
+    v("id", r.id);
+    v("count", r.count);
+}
 
 namespace {
 
@@ -62,15 +68,7 @@ void makeFolders(const fs::path& folder) {
         if (::mkdir(it->c_str(), 0700) == 0) ::chmod(it->c_str(), 0700);  // whatever the umask took away
 }
 
-DiagnosticsQueue::InFlight decodeInFlight(const json& j) {
-    DiagnosticsQueue::InFlight v;
-    j.at("id").get_to(v.id);
-    const json& count = j.at("count");
-    const auto value = count.is_number_float() ? std::nullopt : jsonInteger<int64_t>(count);
-    if (!value) throw std::invalid_argument("count");
-    v.count = *value;
-    return v;
-}
+DiagnosticsQueue::InFlight decodeInFlight(const json& j) { return JSONFields::decode<DiagnosticsQueue::InFlight>(j); }
 
 }  // namespace
 
@@ -132,7 +130,7 @@ std::optional<DiagnosticsQueue::InFlight> DiagnosticsQueue::inFlight() {
 
 void DiagnosticsQueue::setInFlight(const InFlight& record) {
     std::lock_guard guard(_lock);
-    write(batchFile, encoded(json{{"id", record.id}, {"count", record.count}}));
+    write(batchFile, encoded(JSONFields::toJSON(record)));
 }
 
 std::vector<ProblemReport> DiagnosticsQueue::reports() {

@@ -1,9 +1,6 @@
 #include "TslCore/Diagnostics/ProblemReport.h"
 
-#include <stdexcept>
-
 #include "TslCore/Diagnostics/SchemaNode.h"
-#include "TslCore/Support/JSONInteger.h"
 
 namespace tsl {
 
@@ -59,29 +56,27 @@ std::string_view toString(ReportTopic topic) {
     return names[size_t(topic)];
 }
 
-void to_json(json& j, const ProblemReport& v) {
-    j = {{"category", ProblemReport::categoryTexts[size_t(v.category)]}, {"text", v.text}, {"app", v.app}};
-    if (v.id) j["id"] = *v.id;
-    if (v.diagnostics) j["diagnostics"] = {{"schema", v.diagnostics->schema}, {"events", v.diagnostics->events}};
+json toJSON(ProblemReport::Category v) { return JSONFields::textToJSON(v, ProblemReport::categoryTexts); }
+void fromJSON(const json& j, const JSONFields::Path& at, ProblemReport::Category& out) {
+    JSONFields::textFromJSON(j, at, out, ProblemReport::categoryTexts);
 }
 
-void from_json(const json& j, ProblemReport& v) {
-    if (auto id = j.find("id"); id != j.end() && !id->is_null()) v.id = id->get<std::string>();
-    else v.id.reset();
-    const auto category = j.at("category").get<std::string>();
-    size_t i = 0;
-    while (i < ProblemReport::categoryTexts.size() && ProblemReport::categoryTexts[i] != category) ++i;
-    if (i == ProblemReport::categoryTexts.size()) throw std::invalid_argument("unknown category " + category);
-    v.category = ProblemReport::Category(i);
-    j.at("text").get_to(v.text);
-    j.at("app").get_to(v.app);
-    if (auto d = j.find("diagnostics"); d != j.end() && !d->is_null()) {
-        const auto schema = jsonInteger<int64_t>(d->at("schema"));
-        if (!schema) throw std::invalid_argument("diagnostics.schema is not an integer");
-        v.diagnostics = ProblemReport::Diagnostics{*schema, d->at("events").get<std::vector<DiagnosticEvent>>()};
-    } else {
-        v.diagnostics.reset();
-    }
+template <class V, JSONFields::Is<ProblemReport::Diagnostics> R>
+void fields(V& v, R& r) {
+    v("schema", r.schema);
+    v("events", r.events);
 }
+
+template <class V, JSONFields::Is<ProblemReport> R>
+void fields(V& v, R& r) {
+    v("id", r.id);
+    v("category", r.category);
+    v("text", r.text);
+    v("app", r.app);
+    v("diagnostics", r.diagnostics);
+}
+
+void to_json(json& j, const ProblemReport& v) { j = JSONFields::toJSON(v); }
+void from_json(const json& j, ProblemReport& v) { JSONFields::fromJSON(j, JSONFields::Path{}, v); }
 
 }  // namespace tsl

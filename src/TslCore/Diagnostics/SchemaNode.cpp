@@ -6,12 +6,43 @@
 
 #include "TslCore/Diagnostics/SchemaRegex.h"
 #include "TslCore/Support/DoubleText.h"
-#include "TslCore/Support/JSONInteger.h"
+#include "TslCore/Support/JSONFields.h"
 
 namespace tsl {
 
 using nlohmann::json;
 using Problem = DiagnosticsValidator::Problem;
+
+json toJSON(const SchemaNode& node) { return node.document(); }
+
+// The keywords of the typed nodes, for reading and printing alike.
+struct AnchoredPattern {};
+
+template <class V, JSONFields::Is<SchemaNode::String> R>
+void fields(V& v, R& r) {
+    v("pattern", r.pattern, AnchoredPattern{});
+    v("minLength", r.minLength);
+    v("maxLength", r.maxLength);
+}
+
+template <class V, JSONFields::Is<SchemaNode::Integer> R>
+void fields(V& v, R& r) {
+    v("minimum", r.minimum);
+    v("maximum", r.maximum);
+}
+
+template <class V, JSONFields::Is<SchemaNode::Number> R>
+void fields(V& v, R& r) {
+    v("minimum", r.minimum);
+    v("maximum", r.maximum);
+}
+
+template <class V, JSONFields::Is<SchemaNode::Array> R>
+void fields(V& v, R& r) {
+    v("items", r.items);
+    v("minItems", r.minItems);
+    v("maxItems", r.maxItems);
+}
 
 namespace {
 
@@ -29,18 +60,70 @@ Overloaded(F...) -> Overloaded<F...>;
 
 [[noreturn]] void fail(const std::string& at, const std::string& message) { throw SchemaNode::ParseError(at + message); }
 
-std::optional<int64_t> readInteger(const json& object, const std::string& key, const std::string& at) {
+std::optional<int64_t> readInteger(const json& object, std::string_view key, const std::string& at) {
     auto it = object.find(key);
     if (it == object.end()) return std::nullopt;
     // Its float value must be the integer too: 2^53 + 1 is no integer here.
     if (const auto v = jsonInteger<int64_t>(*it); v && jsonInteger<int64_t>(json(it->get<double>())) == v) return v;
-    fail(at, ": " + key + " not an integer");
+    fail(at, ": " + std::string(key) + " not an integer");
 }
 
-std::optional<double> readDouble(const json& object, const std::string& key) {
-    auto it = object.find(key);
-    if (it == object.end() || !it->is_number() || it->is_boolean()) return std::nullopt;
-    return it->get<double>();
+SchemaNode::Payload parseNode(const json& node, const std::string& at, int depth);
+
+// Reads a typed node's keywords from its field list, with the language's
+// own rules: a null is a wrong value here, not an absent one, and a missing
+// bound is reported only once the keywords present have been read.
+struct KeywordReader {
+    const json& node;
+    const std::string& at;
+    int depth;
+    bool boundMissing = false;
+
+    void operator()(std::string_view key, std::optional<int64_t>& out) { out = readInteger(node, key, at); }
+    void operator()(std::string_view key, int64_t& out) {
+        const auto value = readInteger(node, key, at);
+        boundMissing |= !value;
+        out = value.value_or(0);
+    }
+    void operator()(std::string_view key, double& out) {
+        auto it = node.find(key);
+        const bool number = it != node.end() && it->is_number() && !it->is_boolean();
+        boundMissing |= !number;
+        out = number ? it->get<double>() : 0;
+    }
+    void operator()(std::string_view key, std::optional<std::string>& out, AnchoredPattern) {
+        auto it = node.find(key);
+        if (it == node.end()) return out.reset();
+        const std::string text = it->is_string() ? it->get<std::string>() : "";
+        const bool anchored = text.size() >= 2 && text.front() == '^' && text.back() == '$' &&
+                              !(text.size() >= 3 && text[text.size() - 2] == '\\');
+        if (!anchored) fail(at, ": pattern must be anchored with ^\u2026$");
+        out = text;
+    }
+    void operator()(std::string_view key, SchemaNode& out) {
+        auto it = node.find(key);
+        if (it == node.end()) fail(at, ": array without " + std::string(key));
+        out = SchemaNode(parseNode(*it, at + "/" + std::string(key), depth + 1));
+    }
+};
+
+template <class P>
+P readKeywords(const json& node, const std::string& at, int depth, P payload) {
+    KeywordReader reader{node, at, depth};
+    fields(reader, payload);
+    if (reader.boundMissing) fail(at, ": needs minimum and maximum");
+    return payload;
+}
+
+// A sample of each typed node, for its keywords.
+const SchemaNode::Array sampleArray{SchemaNode::ConstBool{false}, std::nullopt, std::nullopt};
+
+template <class P>
+std::set<std::string> keywordsOf(P sample) {
+    std::set<std::string> keys{"type"};
+    auto add = [&](std::string_view key, auto&&...) { keys.emplace(key); };
+    fields(add, sample);
+    return keys;
 }
 
 bool startsWith(const std::string& s, std::string_view prefix) { return s.compare(0, prefix.size(), prefix) == 0; }
@@ -83,12 +166,13 @@ SchemaNode::Payload parseNode(const json& node, const std::string& at, int depth
         return result;
     }
 
+    // An object's keywords each carry a rule of their own, read below.
     static const std::map<std::string, std::set<std::string>> allowed{
         {"object", {"type", "additionalProperties", "required", "properties"}},
-        {"string", {"type", "pattern", "minLength", "maxLength"}},
-        {"integer", {"type", "minimum", "maximum"}},
-        {"number", {"type", "minimum", "maximum"}},
-        {"array", {"type", "items", "minItems", "maxItems"}},
+        {"string", keywordsOf(SchemaNode::String{})},
+        {"integer", keywordsOf(SchemaNode::Integer{})},
+        {"number", keywordsOf(SchemaNode::Number{})},
+        {"array", keywordsOf(sampleArray)},
     };
     const auto typeValue = node.find("type");
     const auto row = typeValue != node.end() && typeValue->is_string() ? allowed.find(typeValue->get<std::string>())
@@ -98,35 +182,10 @@ SchemaNode::Payload parseNode(const json& node, const std::string& at, int depth
     for (const auto& key : keys)
         if (!row->second.contains(key)) fail(at, ": keyword " + key + " not implemented for type " + type);
 
-    if (type == "string") {
-        SchemaNode::String result;
-        if (node.contains("pattern")) {
-            const json& p = node.at("pattern");
-            const std::string text = p.is_string() ? p.get<std::string>() : "";
-            const bool anchored = text.size() >= 2 && text.front() == '^' && text.back() == '$' &&
-                                  !(text.size() >= 3 && text[text.size() - 2] == '\\');
-            if (!anchored) fail(at, ": pattern must be anchored with ^\u2026$");
-            result.pattern = text;
-        }
-        result.minLength = readInteger(node, "minLength", at);
-        result.maxLength = readInteger(node, "maxLength", at);
-        return result;
-    }
-    if (type == "integer") {
-        auto minimum = readInteger(node, "minimum", at), maximum = readInteger(node, "maximum", at);
-        if (!minimum || !maximum) fail(at, ": needs minimum and maximum");
-        return SchemaNode::Integer{*minimum, *maximum};
-    }
-    if (type == "number") {
-        auto minimum = readDouble(node, "minimum"), maximum = readDouble(node, "maximum");
-        if (!minimum || !maximum) fail(at, ": needs minimum and maximum");
-        return SchemaNode::Number{*minimum, *maximum};
-    }
-    if (type == "array") {
-        if (!node.contains("items")) fail(at, ": array without items");
-        SchemaNode items(parseNode(node.at("items"), at + "/items", depth + 1));
-        return SchemaNode::Array{std::move(items), readInteger(node, "minItems", at), readInteger(node, "maxItems", at)};
-    }
+    if (type == "string") return readKeywords(node, at, depth, SchemaNode::String{});
+    if (type == "integer") return readKeywords(node, at, depth, SchemaNode::Integer{});
+    if (type == "number") return readKeywords(node, at, depth, SchemaNode::Number{});
+    if (type == "array") return readKeywords(node, at, depth, sampleArray);
     // object
     const auto additional = node.find("additionalProperties");
     if (additional == node.end() || !additional->is_boolean() || additional->get<bool>())
@@ -148,6 +207,13 @@ SchemaNode::Payload parseNode(const json& node, const std::string& at, int depth
     if (hasProperties)
         for (const auto& [key, value] : properties->items())
             result.properties.emplace(key, SchemaNode(parseNode(value, at + "/" + key, depth + 1)));
+    return result;
+}
+
+template <class P>
+json typedDocument(const char* type, const P& payload) {
+    json result = JSONFields::toJSON(payload);
+    result["type"] = type;
     return result;
 }
 
@@ -204,43 +270,41 @@ SchemaNode::File SchemaNode::parseFile(std::string_view data) {
 }
 
 json SchemaNode::document() const {
-    return std::visit(
-        Overloaded{
-            [](const Ref& n) { return json{{"$ref", std::string(defsPrefix) + n.name}}; },
-            [](const ConstBool& n) { return json{{"const", n.value}}; },
-            [](const ConstInt& n) { return json{{"const", n.value}}; },
-            [](const ConstString& n) { return json{{"const", n.value}}; },
-            [](const OneOfStrings& n) { return json{{"enum", n.values}}; },
-            [](const OneOf& n) {
-                json list = json::array();
-                for (const auto& a : n.alternatives) list.push_back(a.document());
-                return json{{"oneOf", list}};
-            },
-            [](const Object& n) {
-                json result{{"type", "object"}, {"additionalProperties", false}};
-                json properties = json::object();
-                for (const auto& [key, node] : n.properties) properties[key] = node.document();
-                if (!n.properties.empty()) result["properties"] = properties;
-                if (!n.required.empty()) result["required"] = n.required;
-                return result;
-            },
-            [](const String& n) {
-                json result{{"type", "string"}};
-                if (n.pattern) result["pattern"] = *n.pattern;
-                if (n.minLength) result["minLength"] = *n.minLength;
-                if (n.maxLength) result["maxLength"] = *n.maxLength;
-                return result;
-            },
-            [](const Integer& n) { return json{{"type", "integer"}, {"minimum", n.minimum}, {"maximum", n.maximum}}; },
-            [](const Number& n) { return json{{"type", "number"}, {"minimum", n.minimum}, {"maximum", n.maximum}}; },
-            [](const Array& n) {
-                json result{{"type", "array"}, {"items", n.items.document()}};
-                if (n.minItems) result["minItems"] = *n.minItems;
-                if (n.maxItems) result["maxItems"] = *n.maxItems;
-                return result;
-            },
-        },
-        *_payload);
+    return std::visit(Overloaded{
+                          [](const Ref& n) {
+                              return json{{"$ref", std::string(defsPrefix) + n.name}};
+                          },
+                          [](const ConstBool& n) {
+                              return json{{"const", n.value}};
+                          },
+                          [](const ConstInt& n) {
+                              return json{{"const", n.value}};
+                          },
+                          [](const ConstString& n) {
+                              return json{{"const", n.value}};
+                          },
+                          [](const OneOfStrings& n) {
+                              return json{{"enum", n.values}};
+                          },
+                          [](const OneOf& n) {
+                              json list = json::array();
+                              for (const auto& a : n.alternatives) list.push_back(a.document());
+                              return json{{"oneOf", list}};
+                          },
+                          [](const Object& n) {
+                              json result{{"type", "object"}, {"additionalProperties", false}};
+                              json properties = json::object();
+                              for (const auto& [key, node] : n.properties) properties[key] = node.document();
+                              if (!n.properties.empty()) result["properties"] = properties;
+                              if (!n.required.empty()) result["required"] = n.required;
+                              return result;
+                          },
+                          [](const String& n) { return typedDocument("string", n); },
+                          [](const Integer& n) { return typedDocument("integer", n); },
+                          [](const Number& n) { return typedDocument("number", n); },
+                          [](const Array& n) { return typedDocument("array", n); },
+                      },
+                      *_payload);
 }
 
 // The steps of one validation. A oneOf tries every alternative, so a schema

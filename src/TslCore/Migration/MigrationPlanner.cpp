@@ -8,7 +8,7 @@
 #include "TslCore/Migration/ShareIO.h"
 #include "TslCore/Migration/TreeCopy.h"
 #include "TslCore/Support/FileTree.h"
-#include "TslCore/Support/JSONInteger.h"
+#include "TslCore/Support/JSONFields.h"
 #include "TslCore/Support/PathNames.h"
 
 namespace tsl {
@@ -36,28 +36,20 @@ std::string MigrationPlan::sharedAppPath() const { return *sharedPath(shareFolde
 std::optional<std::string> MigrationPlan::sharedPrefsPath() const { return sharedPath(shareFolder, prefsPath); }
 std::optional<std::string> MigrationPlan::sharedSupportPath() const { return sharedPath(shareFolder, supportPath); }
 
-void to_json(nlohmann::json& j, const MigrationPlan& plan) {
-    j = nlohmann::json{{"appPath", plan.appPath},         {"bundleID", plan.bundleID},
-                       {"appName", plan.appName},         {"shareFolder", plan.shareFolder},
-                       {"estimatedBytes", plan.estimatedBytes}};
-    if (plan.prefsPath) j["prefsPath"] = *plan.prefsPath;
-    if (plan.supportPath) j["supportPath"] = *plan.supportPath;
+template <class V, JSONFields::Is<MigrationPlan> R>
+void fields(V& v, R& r) {
+    v("appPath", r.appPath);
+    v("bundleID", r.bundleID);
+    v("appName", r.appName);
+    v("prefsPath", r.prefsPath);
+    v("supportPath", r.supportPath);
+    v("shareFolder", r.shareFolder);
+    v("estimatedBytes", r.estimatedBytes);
 }
 
-void from_json(const nlohmann::json& j, MigrationPlan& plan) {
-    j.at("appPath").get_to(plan.appPath);
-    j.at("bundleID").get_to(plan.bundleID);
-    j.at("appName").get_to(plan.appName);
-    j.at("shareFolder").get_to(plan.shareFolder);
-    const auto bytes = jsonInteger<uint64_t>(j.at("estimatedBytes"));
-    if (!bytes) throw std::invalid_argument("estimatedBytes is not a byte count: " + j.at("estimatedBytes").dump());
-    plan.estimatedBytes = *bytes;
-    plan.prefsPath = j.contains("prefsPath") && !j["prefsPath"].is_null() ? std::optional(j["prefsPath"].get<std::string>())
-                                                                          : std::nullopt;
-    plan.supportPath = j.contains("supportPath") && !j["supportPath"].is_null()
-                           ? std::optional(j["supportPath"].get<std::string>())
-                           : std::nullopt;
-}
+void to_json(nlohmann::json& j, const MigrationPlan& plan) { j = JSONFields::toJSON(plan); }
+
+void from_json(const nlohmann::json& j, MigrationPlan& plan) { JSONFields::fromJSON(j, JSONFields::Path{}, plan); }
 
 MigrationPlan MigrationPlanner::plan(const AppBundleInfo& app, bool allowNonIntel) const {
     if (!allowNonIntel && app.archClass != ArchClass::intelOnly) throw MigrationError::notIntelOnly(app.name);

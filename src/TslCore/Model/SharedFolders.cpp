@@ -8,20 +8,22 @@
 #include <set>
 
 #include "TslCore/Migration/SafePaths.h"
+#include "TslCore/Support/JSONFields.h"
 #include "TslCore/Support/PathNames.h"
 #include "TslCore/Support/UnicodeText.h"
 #include "TslCore/Support/Utf8.h"
 
 namespace tsl {
 
-void to_json(nlohmann::json& j, const SharedFolder& folder) {
-    j = nlohmann::json{{"hostPath", folder.hostPath}, {"name", folder.name}};
+template <class V, JSONFields::Is<SharedFolder> R>
+void fields(V& v, R& r) {
+    v("hostPath", r.hostPath);
+    v("name", r.name);
 }
 
-void from_json(const nlohmann::json& j, SharedFolder& folder) {
-    j.at("name").get_to(folder.name);
-    j.at("hostPath").get_to(folder.hostPath);
-}
+void to_json(nlohmann::json& j, const SharedFolder& folder) { j = JSONFields::toJSON(folder); }
+
+void from_json(const nlohmann::json& j, SharedFolder& folder) { JSONFields::decodeAsLibrary(j, folder); }
 
 namespace SharedFolders {
 namespace {

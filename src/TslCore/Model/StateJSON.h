@@ -1,26 +1,22 @@
 #pragma once
 #include <nlohmann/json.hpp>
-
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "TslCore/Model/BetaRecord.h"
 #include "TslCore/Model/GuestSetupRecord.h"
-#include "TslCore/Model/Lossy.h"
 #include "TslCore/Model/PersistedState.h"
-#include "TslCore/Support/Error.h"
+#include "TslCore/Support/JSONFields.h"
 
 // The JSON form of the host's state file: keys are the field names, dates
 // ISO 8601 text, optional fields left out when absent; absent and null keys
 // read as absent. Each record forgives damage as far as it promises and throws
-// (StateJSON::DecodeError or nlohmann::json::exception) beyond that.
+// StateJSON::DecodeError beyond that.
 namespace tsl {
 
 namespace StateJSON {
-struct DecodeError : Error {
-    using Error::Error;
-};
+using DecodeError = JSONFields::DecodeError;
 
 // The state in a file's bytes; nothing when they aren't JSON or the root
 // isn't an object, which is all that can fail: below the root every part
@@ -59,16 +55,5 @@ void from_json(const nlohmann::json& j, MigratedApp& app);
 // element of `migrated` that doesn't decode drops out alone.
 void to_json(nlohmann::json& j, const PersistedState& state);
 void from_json(const nlohmann::json& j, PersistedState& state);
-
-template <class T>
-void from_json(const nlohmann::json& j, Lossy<T>& lossy) {
-    try {
-        lossy.value = j.get<T>();
-    } catch (const StateJSON::DecodeError&) {
-        lossy.value.reset();
-    } catch (const nlohmann::json::exception&) {
-        lossy.value.reset();
-    }
-}
 
 }  // namespace tsl

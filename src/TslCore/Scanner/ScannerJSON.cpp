@@ -1,89 +1,62 @@
 #include "TslCore/Scanner/ScannerJSON.h"
 
-#include "TslCore/Support/ISO8601.h"
+#include "TslCore/Support/JSONFields.h"
 
 namespace tsl {
-namespace {
 
-template <typename T>
-void putOptional(nlohmann::json& j, const char* key, const std::optional<T>& value) {
-    if (value) j[key] = *value;
+using JSONFields::Is;
+using JSONFields::Path;
+using nlohmann::json;
+
+json toJSON(const MachOArch& arch) { return arch.description(); }
+void fromJSON(const json& j, const Path& at, MachOArch& out) {
+    JSONFields::parsedFromJSON(j, at, out,
+                               [](std::string_view text) { return std::optional(MachOArch::fromDescription(text)); });
 }
 
-template <typename T>
-void getOptional(const nlohmann::json& j, const char* key, std::optional<T>& value) {
-    const auto it = j.find(key);
-    if (it == j.end() || it->is_null()) {
-        value.reset();
-    } else {
-        value = it->template get<T>();
-    }
+json toJSON(ArchClass archClass) { return std::string(toString(archClass)); }
+void fromJSON(const json& j, const Path& at, ArchClass& out) {
+    JSONFields::parsedFromJSON(j, at, out, archClassFromString);
 }
 
-}  // namespace
-
-void to_json(nlohmann::json& j, const MachOArch& arch) { j = arch.description(); }
-
-void from_json(const nlohmann::json& j, MachOArch& arch) { arch = MachOArch::fromDescription(j.get<std::string>()); }
-
-void to_json(nlohmann::json& j, ArchClass archClass) { j = std::string(toString(archClass)); }
-
-void from_json(const nlohmann::json& j, ArchClass& archClass) {
-    const auto value = archClassFromString(j.get<std::string>());
-    if (!value) throw nlohmann::json::other_error::create(501, "unknown archClass " + j.dump(), &j);
-    archClass = *value;
+template <class V, Is<BundleTraits> R>
+void fields(V& v, R& r) {
+    v("usesOpenGL", r.usesOpenGL);
+    v("usesOpenCL", r.usesOpenCL);
+    v("appStoreReceipt", r.appStoreReceipt);
+    v("drivers", r.drivers);
 }
 
-void to_json(nlohmann::json& j, const BundleTraits& traits) {
-    j = nlohmann::json{{"usesOpenGL", traits.usesOpenGL},
-                       {"usesOpenCL", traits.usesOpenCL},
-                       {"appStoreReceipt", traits.appStoreReceipt},
-                       {"drivers", traits.drivers}};
+template <class V, Is<AppBundleInfo> R>
+void fields(V& v, R& r) {
+    v("path", r.path);
+    v("name", r.name);
+    v("bundleID", r.bundleID);
+    v("version", r.version);
+    v("executable", r.executable);
+    v("minimumSystemVersion", r.minimumSystemVersion);
+    v("archs", r.archs);
+    v("archClass", r.archClass);
+    v("traits", r.traits);
 }
 
-void from_json(const nlohmann::json& j, BundleTraits& traits) {
-    j.at("usesOpenGL").get_to(traits.usesOpenGL);
-    j.at("usesOpenCL").get_to(traits.usesOpenCL);
-    j.at("appStoreReceipt").get_to(traits.appStoreReceipt);
-    j.at("drivers").get_to(traits.drivers);
+template <class V, Is<AppScanner::Report> R>
+void fields(V& v, R& r) {
+    v("scannedAt", r.scannedAt);
+    v("durationSeconds", r.durationSeconds);
+    v("roots", r.roots);
+    v("apps", r.apps);
 }
 
-void to_json(nlohmann::json& j, const AppBundleInfo& info) {
-    j = nlohmann::json{{"path", info.path}, {"name", info.name}, {"archs", info.archs}, {"archClass", info.archClass}};
-    putOptional(j, "bundleID", info.bundleID);
-    putOptional(j, "version", info.version);
-    putOptional(j, "executable", info.executable);
-    putOptional(j, "minimumSystemVersion", info.minimumSystemVersion);
-    putOptional(j, "traits", info.traits);
-}
-
-void from_json(const nlohmann::json& j, AppBundleInfo& info) {
-    j.at("path").get_to(info.path);
-    j.at("name").get_to(info.name);
-    j.at("archs").get_to(info.archs);
-    j.at("archClass").get_to(info.archClass);
-    getOptional(j, "bundleID", info.bundleID);
-    getOptional(j, "version", info.version);
-    getOptional(j, "executable", info.executable);
-    getOptional(j, "minimumSystemVersion", info.minimumSystemVersion);
-    getOptional(j, "traits", info.traits);
-}
-
-void to_json(nlohmann::json& j, const AppScanner::Report& report) {
-    j = nlohmann::json{{"scannedAt", ISO8601::format(report.scannedAt)},
-                       {"durationSeconds", report.durationSeconds},
-                       {"roots", report.roots},
-                       {"apps", report.apps}};
-}
-
-void from_json(const nlohmann::json& j, AppScanner::Report& report) {
-    const auto parsed = ISO8601::parse(j.at("scannedAt").get<std::string>());
-    const auto date = parsed ? ISO8601::clockTime(*parsed) : std::nullopt;
-    if (!date) throw nlohmann::json::other_error::create(501, "scannedAt is no ISO 8601 date", &j);
-    report.scannedAt = *date;
-    j.at("durationSeconds").get_to(report.durationSeconds);
-    j.at("roots").get_to(report.roots);
-    j.at("apps").get_to(report.apps);
-}
+void to_json(json& j, const MachOArch& arch) { j = toJSON(arch); }
+void from_json(const json& j, MachOArch& arch) { JSONFields::decodeAsLibrary(j, arch); }
+void to_json(json& j, ArchClass archClass) { j = toJSON(archClass); }
+void from_json(const json& j, ArchClass& archClass) { JSONFields::decodeAsLibrary(j, archClass); }
+void to_json(json& j, const BundleTraits& traits) { j = JSONFields::toJSON(traits); }
+void from_json(const json& j, BundleTraits& traits) { JSONFields::decodeAsLibrary(j, traits); }
+void to_json(json& j, const AppBundleInfo& info) { j = JSONFields::toJSON(info); }
+void from_json(const json& j, AppBundleInfo& info) { JSONFields::decodeAsLibrary(j, info); }
+void to_json(json& j, const AppScanner::Report& report) { j = JSONFields::toJSON(report); }
+void from_json(const json& j, AppScanner::Report& report) { JSONFields::decodeAsLibrary(j, report); }
 
 }  // namespace tsl
