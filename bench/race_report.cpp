@@ -25,7 +25,7 @@ namespace {
 struct Pooled {
     std::vector<double> keyToPixelMs;
     int misses = 0, runs = 0;
-    std::vector<double> fpsSeen, cpuPerFrameMs, cpuWithXPerFrameMs;
+    std::vector<double> fpsSeen, shareSeen, cpuPerFrameMs, cpuWithXPerFrameMs;
 
     double p(double percentage) const { return tsl::Stats::percentile(keyToPixelMs, percentage).value_or(0); }
     static double mean(const std::vector<double>& v) { return tsl::Stats::mean(v).value_or(0); }
@@ -95,7 +95,7 @@ int main(int argc, char** argv) {
     std::ofstream csv(fs::path(out) / "race-samples.csv");
     csv << "run,contestant,codec,round,key_to_pixel_ms\n";
     std::ofstream runs(fs::path(out) / "race-runs.csv");
-    runs << "run,contestant,codec,p50_ms,p95_ms,misses,fps_seen,cpu_per_frame_ms,cpu_with_x_per_frame_ms\n";
+    runs << "run,contestant,codec,p50_ms,p95_ms,misses,fps_seen,share_seen,cpu_per_frame_ms,cpu_with_x_per_frame_ms\n";
     for (size_t r = 0; r < files.size(); ++r) {
         std::ifstream in(files[r]);
         json run = json::parse(in, nullptr, false);
@@ -112,21 +112,24 @@ int main(int argc, char** argv) {
         pool.misses += run.value("misses", 0);
         pool.runs += 1;
         pool.fpsSeen.push_back(run.value("fpsSeen", 0.0));
+        pool.shareSeen.push_back(run.value("shareSeen", 0.0));
         pool.cpuPerFrameMs.push_back(run.value("cpuPerFrameMs", 0.0));
         pool.cpuWithXPerFrameMs.push_back(run.value("cpuWithXPerFrameMs", 0.0));
         runs << r << "," << label << "," << codec << "," << tsl::Stats::percentile(samples, 50).value_or(0) << ","
              << tsl::Stats::percentile(samples, 95).value_or(0) << "," << run.value("misses", 0) << ","
-             << run.value("fpsSeen", 0.0) << "," << run.value("cpuPerFrameMs", 0.0) << ","
-             << run.value("cpuWithXPerFrameMs", 0.0) << "\n";
+             << run.value("fpsSeen", 0.0) << "," << run.value("shareSeen", 0.0) << ","
+             << run.value("cpuPerFrameMs", 0.0) << "," << run.value("cpuWithXPerFrameMs", 0.0) << "\n";
     }
 
     std::ostringstream text;
-    text << "contestant (codec)        runs  key-to-pixel p50   p95    misses  fps seen  CPU/frame  (with X servers)\n";
+    text << "contestant (codec)        runs  key-to-pixel p50   p95    misses  fps seen (of drawn)  CPU/frame  (with X "
+            "servers)\n";
     for (const auto& [name, pool] : pools) {
         char row[256];
-        std::snprintf(row, sizeof row, "%-25s %4d  %9.2f ms %7.2f ms %6d  %8.1f  %6.2f ms  (%.2f ms)\n", name.c_str(),
-                      pool.runs, pool.p(50), pool.p(95), pool.misses, Pooled::mean(pool.fpsSeen),
-                      Pooled::mean(pool.cpuPerFrameMs), Pooled::mean(pool.cpuWithXPerFrameMs));
+        std::snprintf(row, sizeof row, "%-25s %4d  %9.2f ms %7.2f ms %6d  %8.1f (%5.1f%%)   %6.2f ms  (%.2f ms)\n",
+                      name.c_str(), pool.runs, pool.p(50), pool.p(95), pool.misses, Pooled::mean(pool.fpsSeen),
+                      100 * Pooled::mean(pool.shareSeen), Pooled::mean(pool.cpuPerFrameMs),
+                      Pooled::mean(pool.cpuWithXPerFrameMs));
         text << row;
     }
     if (!notes.empty()) {

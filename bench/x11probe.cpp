@@ -9,7 +9,9 @@
 //   area inside the square every 0.5 ms until its mean luma passes the white
 //   threshold; the key released, a wait for black, and a pause of 60–120 ms.
 // - Frames seen: the counter cells read every 1 ms for S seconds; each
-//   distinct value is a frame that reached the screen.
+//   distinct value is a frame that reached the screen. The counter's advance
+//   over the same time is the frames the client drew: seen over drawn is the
+//   share that arrived, free of where the window's edges fell between frames.
 // - CPU: utime plus stime of each side's processes and their descendants,
 //   over the S seconds, per frame seen.
 // Prints one JSON object on standard output.
@@ -317,12 +319,18 @@ int main(int argc, char** argv) {
         std::this_thread::sleep_for(std::chrono::milliseconds(pause(random)));
     }
 
-    std::set<uint32_t> seen;
+    std::optional<uint32_t> last;
+    uint64_t advance = 0, changes = 0;
     const double serverBefore = cpuSeconds(options->serverPids), clientBefore = cpuSeconds(options->clientPids),
                  xBefore = cpuSeconds(options->xserverPids);
     const auto start = Clock::now();
     for (auto next = start; Clock::now() - start < std::chrono::duration<double>(options->seconds);) {
-        if (auto value = counter(screen, *at)) seen.insert(*value);
+        if (auto value = counter(screen, *at)) {
+            // The counter only goes forward; a step back or a leap is a misread cell.
+            const uint32_t step = last ? (*value - *last) & 0xFFFF : 0;
+            if (!last) last = value;
+            else if (step > 0 && step < 1000) advance += step, changes += 1, last = value;
+        }
         next += std::chrono::milliseconds(1);
         std::this_thread::sleep_until(next);
     }
@@ -330,15 +338,18 @@ int main(int argc, char** argv) {
     const double server = cpuSeconds(options->serverPids) - serverBefore,
                  client = cpuSeconds(options->clientPids) - clientBefore,
                  xservers = cpuSeconds(options->xserverPids) - xBefore;
-    const double frames = double(std::max<size_t>(seen.size(), 1));
+    const uint64_t seen = last ? changes + 1 : 0;
+    const double frames = double(std::max<uint64_t>(seen, 1));
 
     nlohmann::json out = {{"label", options->label},
                           {"codec", options->codec},
                           {"keyToPixelMs", keyToPixel},
                           {"misses", misses},
-                          {"framesSeen", seen.size()},
+                          {"framesSeen", seen},
+                          {"framesDrawn", advance + 1},
+                          {"shareSeen", double(seen) / double(advance + 1)},
                           {"seconds", elapsed},
-                          {"fpsSeen", double(seen.size()) / elapsed},
+                          {"fpsSeen", double(seen) / elapsed},
                           {"serverCpuSeconds", server},
                           {"clientCpuSeconds", client},
                           {"xserverCpuSeconds", xservers},

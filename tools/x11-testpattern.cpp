@@ -148,39 +148,48 @@ int main(int argc, char** argv) {
     auto next = Clock::now();
     const xcb_atom_t protocols = atom(c, "WM_PROTOCOLS");
 
-    while (!xcb_connection_has_error(c)) {
-        while (xcb_generic_event_t* event = xcb_poll_for_event(c)) {
-            const uint8_t type = event->response_type & 0x7f;
-            if (type == XCB_KEY_PRESS || type == XCB_KEY_RELEASE) {
-                auto* key = reinterpret_cast<xcb_key_press_event_t*>(event);
-                if (xcb_key_symbols_get_keysym(symbols, key->detail, 0) == keysymF1) {
-                    pattern.squareWhite = type == XCB_KEY_PRESS;
-                    pattern.draw();  // at once, not at the next tick
-                }
-            } else if (type == XCB_CLIENT_MESSAGE) {
-                auto* message = reinterpret_cast<xcb_client_message_event_t*>(event);
-                if (message->type == protocols && message->data.data32[0] == pattern.deleteWindow) {
-                    std::free(event);
-                    xcb_key_symbols_free(symbols);
-                    xcb_disconnect(c);
-                    return 0;
-                }
-            } else if (type == XCB_MAPPING_NOTIFY) {
-                xcb_refresh_keyboard_mapping(symbols, reinterpret_cast<xcb_mapping_notify_event_t*>(event));
+    // False once the window manager asked the window to close.
+    auto handle = [&](xcb_generic_event_t* event) {
+        const uint8_t type = event->response_type & 0x7f;
+        bool keepGoing = true;
+        if (type == XCB_KEY_PRESS || type == XCB_KEY_RELEASE) {
+            auto* key = reinterpret_cast<xcb_key_press_event_t*>(event);
+            if (xcb_key_symbols_get_keysym(symbols, key->detail, 0) == keysymF1) {
+                pattern.squareWhite = type == XCB_KEY_PRESS;
+                pattern.draw();  // at once, not at the next tick
             }
-            std::free(event);
+        } else if (type == XCB_CLIENT_MESSAGE) {
+            auto* message = reinterpret_cast<xcb_client_message_event_t*>(event);
+            keepGoing = !(message->type == protocols && message->data.data32[0] == pattern.deleteWindow);
+        } else if (type == XCB_MAPPING_NOTIFY) {
+            xcb_refresh_keyboard_mapping(symbols, reinterpret_cast<xcb_mapping_notify_event_t*>(event));
         }
+        std::free(event);
+        return keepGoing;
+    };
+
+    bool open = true;
+    while (open && !xcb_connection_has_error(c)) {
+        while (open)
+            if (xcb_generic_event_t* event = xcb_poll_for_event(c)) open = handle(event);
+            else break;
         const auto now = Clock::now();
-        if (now >= next) {
+        if (open && now >= next) {
             pattern.draw();
             next += interval;
             if (next < now) next = now + interval;  // fell behind: don't draw a burst
         }
+        // A draw's long write lets xcb read what arrives meanwhile into its
+        // queue, where poll() can't see it: a key waited for the next tick.
+        if (xcb_generic_event_t* queued = xcb_poll_for_queued_event(c)) {
+            open = handle(queued);
+            continue;
+        }
         const auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(next - Clock::now()).count();
         pollfd fd{xcb_get_file_descriptor(c), POLLIN, 0};
-        ::poll(&fd, 1, int(std::max<int64_t>(0, wait)));
+        if (open) ::poll(&fd, 1, int(std::max<int64_t>(0, wait)));
     }
     xcb_key_symbols_free(symbols);
     xcb_disconnect(c);
-    return 1;
+    return open ? 1 : 0;
 }
