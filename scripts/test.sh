@@ -10,18 +10,28 @@ presets=("$@")
 # all four; a preset not begun within the first hour is skipped, loudly, so
 # that a run always ends with the results it has. TSL_TEST_HOUR changes it.
 hour=${TSL_TEST_HOUR:-3600}
+times=()
+# Each stage's time, and the run's, on the way out whatever ended it.
+summary() {
+  echo "== stage times:${times[*]:+ ${times[*]}}; total $SECONDS s"
+}
+trap summary EXIT
 for preset in "${presets[@]}"; do
   if [ "$SECONDS" -ge "$hour" ]; then
     echo "== $preset SKIPPED: the run is past $hour s before it began"
+    times+=("$preset=skipped")
     continue
   fi
   echo "== $preset"
   start=$SECONDS
   "$here/scripts/setup.sh" "$preset"
+  built=$((SECONDS - start))
+  echo "== $preset built in $built s"
   if [ "$preset" = fuzz ]; then
     "$here/scripts/fuzz.sh" all "${TSL_FUZZ_SECONDS:-10}"
   else
     (cd "$here" && ctest --preset "$preset")
   fi
-  echo "== $preset done in $((SECONDS - start)) s"
+  echo "== $preset done in $((SECONDS - start)) s (build $built s, tests $((SECONDS - start - built)) s)"
+  times+=("$preset=$((SECONDS - start))s")
 done

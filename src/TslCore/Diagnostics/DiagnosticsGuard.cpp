@@ -74,7 +74,18 @@ std::vector<std::string> words(const std::string& text) {
     return result;
 }
 
-bool isFixedFormat(const std::string& key) {
+// `lower` is already lowercased.
+bool endsLikeFileName(std::string_view lower) {
+    for (const auto ending : fileEndings) {
+        if (lower.ends_with(ending)) return true;
+        // Or a file name followed by more words.
+        for (size_t at = lower.find(ending); at != std::string_view::npos; at = lower.find(ending, at + 1))
+            if (at + ending.size() < lower.size() && lower[at + ending.size()] == ' ') return true;
+    }
+    return false;
+}
+
+bool isFixedFormat(std::string_view key) {
     return std::find(std::begin(fixedFormat), std::end(fixedFormat), key) != std::end(fixedFormat);
 }
 
@@ -119,12 +130,12 @@ bool containsIPv6(const std::string& text) {
     return false;
 }
 
-void test(const std::string& value, const std::string& key, const std::vector<std::string>& needleList) {
+void test(const std::string& value, std::string_view key, const std::vector<std::string>& needleList) {
     if (value.find_first_of("/\\~@") != std::string::npos) throw Problem::suspicious(value);
     const std::string lower = lowercased(value);
     for (const auto& needle : needleList)
         if (lower.find(needle) != std::string::npos) throw Problem::suspicious(value);
-    if (key != "bundleId" && looksLikeFileName(value)) throw Problem::suspicious(value);
+    if (key != "bundleId" && endsLikeFileName(lower)) throw Problem::suspicious(value);
     // A version may well have four small numbers, and so may a bundle
     // identifier, whose components its vendor chose; anywhere else, a code
     // above all, they are an address.
@@ -198,7 +209,7 @@ void check(std::string_view data, const std::vector<std::string>& personal) {
     // Iterative, so that deep nesting in hostile input cannot exhaust the stack.
     struct Item {
         const json* value;
-        std::string key;
+        std::string_view key;  // into the parsed document, which outlives the walk
         size_t depth;
     };
     std::vector<Item> pending{{&value, "", 0}};
@@ -231,13 +242,6 @@ bool check(const DiagnosticEvent& event, const std::vector<std::string>& persona
     }
 }
 
-bool looksLikeFileName(std::string_view text) {
-    const std::string lower = lowercased(text);
-    for (const auto ending : fileEndings) {
-        if (lower.ends_with(ending)) return true;
-        if (lower.find(std::string(ending) + " ") != std::string::npos) return true;
-    }
-    return false;
-}
+bool looksLikeFileName(std::string_view text) { return endsLikeFileName(lowercased(text)); }
 
 }  // namespace tsl::DiagnosticsGuard

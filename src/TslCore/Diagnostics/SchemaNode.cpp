@@ -416,11 +416,15 @@ void SchemaNode::validate(const json* value, const SchemaDefs& defs, const std::
                 int accepted = 0;
                 std::optional<Problem> kept;
                 for (const auto& alternative : n.alternatives) {
+                    const auto type = alternative.typeConst(defs);
+                    // A value that names another kind fails this one at its
+                    // type; walking it would only throw.
+                    if (claimed && type && *type != *claimed) continue;
                     try {
                         alternative.validate(value, defs, field, walk, depth + 1);
                         ++accepted;
                     } catch (const Problem& problem) {
-                        if (!kept && alternative.typeConst(defs) == claimed) kept = problem;
+                        if (!kept && type == claimed) kept = problem;
                     }
                 }
                 if (accepted == 1) return;

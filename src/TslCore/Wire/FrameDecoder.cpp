@@ -96,7 +96,7 @@ std::span<const uint8_t> FrameDecoder::absorbDirect(std::span<const uint8_t> in)
     size_t received = directPicture.size() + toPicture;
     if (received > directPicture.capacity()) {
         size_t total = pendingHeader->length - VideoFrameHeader::size;
-        directPicture.reserve(std::min(total, received * pictureGrowth));
+        directPicture.reserve(std::min(total, std::max(received * pictureGrowth, largestPicture)));
     }
     directPicture.insert(directPicture.end(), in.begin(), in.begin() + std::ptrdiff_t(toPicture));
     return in.subspan(toPicture);
@@ -108,6 +108,7 @@ WireMessage FrameDecoder::finishDirect() {
     direct = false;
     Bytes head = std::move(directHead);
     Bytes picture = std::move(directPicture);
+    largestPicture = std::max(largestPicture, picture.size());
     resetDirect();
     return WireMessage::decodeVideo(h, head, std::move(picture));
 }

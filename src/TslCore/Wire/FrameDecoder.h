@@ -46,7 +46,9 @@ private:
     // Large video payloads skip the buffer: their bytes go straight from the
     // input into the picture handed to the caller. The picture's storage grows
     // with the bytes that arrive, never to more than a few times them, so a
-    // header that claims a large payload and sends nothing costs nothing.
+    // header that claims a large payload and sends nothing costs nothing;
+    // up to the largest picture the peer has already sent whole, it is
+    // reserved at once, so a stream of frames copies each picture only once.
     void beginDirect();
     std::span<const uint8_t> absorbDirect(std::span<const uint8_t> in);
     size_t directNeed() const;
@@ -60,6 +62,7 @@ private:
     bool direct = false;
     Bytes directHead;
     Bytes directPicture;
+    size_t largestPicture = 0;
 };
 
 }  // namespace tsl

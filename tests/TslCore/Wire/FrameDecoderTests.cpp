@@ -232,6 +232,37 @@ TEST(FrameDecoder, ALargeVideoHeaderCostsOnlyWhatArrives) {
     EXPECT_FALSE(d.isPoisoned());
 }
 
+TEST(FrameDecoder, AfterAWholePictureALargeClaimCostsNoMoreThanThatPicture) {
+    WireMessage first = rawVideo(1024, 768, 1);  // a 3 MiB picture
+    FrameDecoder d;
+    auto got = feedInChunks(d, first.encoded(1), 262144);
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_EQ(got[0], first);
+
+    // Then a header claiming 96 MiB with a few bytes behind it: the storage
+    // made ready is the size of the picture already sent, not the claim.
+    std::string header = tsl::test::dataFile("TslCore", "video-header-96MiB.bin");
+    d.feed(std::span(reinterpret_cast<const uint8_t*>(header.data()), header.size()));
+    VideoFrameHeader vh;
+    vh.codec = VideoCodec::h264;
+    vh.width = vh.height = 16;
+    ByteWriter w;
+    vh.encode(w);
+    d.feed(w.data);
+    d.feed(Bytes(4096, 0x5A));
+    EXPECT_GE(d.reservedCount(), size_t(1024) * 768 * 4);
+    EXPECT_LE(d.reservedCount(), size_t(1024) * 768 * 4 + (size_t(1) << 20));  // plus a read's buffer
+    EXPECT_FALSE(d.isPoisoned());
+
+    // And a second picture of the first one's size still decodes whole.
+    d = FrameDecoder();
+    WireMessage second = rawVideo(1024, 768, 2);
+    Bytes stream = concat({first.encoded(1), second.encoded(2)});
+    got = feedInChunks(d, stream, 100000);
+    ASSERT_EQ(got.size(), 2u);
+    EXPECT_EQ(got[1], second);
+}
+
 TEST(FrameDecoder, ALargeVideoFrameArrivingSlowlyDecodesWhole) {
     VideoFrameHeader vh;
     vh.codec = VideoCodec::h264;
