@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <fstream>
+
 #include "Support/AgentTestSupport.h"
 #include "Support/TempDir.h"
 #include "Support/XDisplay.h"
@@ -118,6 +120,46 @@ TEST_P(X11AgentTest, UnixSocketIsTheOwnersOnly) {
     ASSERT_EQ(::stat(socket.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0600u);
     EXPECT_TRUE(windows().empty());
+}
+
+TEST_P(X11AgentTest, TheClipboardGoesBothWaysWithoutEchoes) {
+    TempDir dir;
+    connect("unix:" + (dir.path() / "agent.sock").string());
+    const std::string copied = (dir.path() / "copied").string();
+    std::ofstream(copied) << "copied in the guest";
+    display->launch("/usr/bin/xclip", {"-quiet", "-selection", "clipboard", "-i", copied});
+    auto clipboardAt = [&](size_t from) -> std::optional<ClipboardPayload> {
+        for (size_t seen = from;; ++seen) {
+            if (!host->arrived.waitFor(int(seen) + 1)) return std::nullopt;
+            const ControlEnvelope envelope = host->at(seen);
+            if (auto c = envelope.message.get<ControlMessage::Clipboard>()) return c->value;
+        }
+    };
+    std::optional<ClipboardPayload> payload = clipboardAt(0);
+    ASSERT_TRUE(payload);
+    EXPECT_EQ(payload->origin, Hello::Role::agent);
+    ASSERT_EQ(payload->items.size(), 1u);
+    EXPECT_EQ(payload->items[0].type, "public.utf8-plain-text");
+    EXPECT_EQ(std::string(payload->items[0].data.begin(), payload->items[0].data.end()), "copied in the guest");
+
+    const std::string text = "set by the host";
+    ClipboardPayload fromHost;
+    fromHost.items.push_back({"public.utf8-plain-text", Bytes(text.begin(), text.end())});
+    EXPECT_EQ(request(ControlMessage::Clipboard{fromHost}), ControlMessage(ControlMessage::Ok{}));
+    ChildProcess paste("/usr/bin/xclip", {"-selection", "clipboard", "-o"});
+    EXPECT_EQ(paste.wait(), 0);
+    EXPECT_EQ(paste.standardOutput(), text);
+    // The agent's own write is no guest copy: the next one to reach the host is the next real copy.
+    size_t before;
+    {
+        std::lock_guard guard(host->m);
+        before = host->received.size();
+    }
+    std::ofstream(copied) << "copied again";
+    display->launch("/usr/bin/xclip", {"-quiet", "-selection", "clipboard", "-i", copied});
+    payload = clipboardAt(before);
+    ASSERT_TRUE(payload);
+    EXPECT_EQ(std::string(payload->items[0].data.begin(), payload->items[0].data.end()), "copied again");
 }
 
 INSTANTIATE_TEST_SUITE_P(X11, X11AgentTest, ::testing::Bool(),
