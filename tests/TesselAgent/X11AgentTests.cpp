@@ -2,6 +2,7 @@
 // host would: listing, window events and window requests, against the
 // test pattern client and xterm.
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 
 #include <fstream>
@@ -29,9 +30,9 @@ protected:
     }
 
     // Starts the agent listening on `endpoint` and connects a host's control channel to it.
-    void connect(const std::string& endpoint) {
-        agent = std::make_unique<ChildProcess>(agentExecutable(),
-                                               std::vector<std::string>{"--desktop", "x11", "--listen", endpoint});
+    void connect(const std::string& endpoint, const std::vector<std::string>& environment = {}) {
+        agent = std::make_unique<ChildProcess>(
+            agentExecutable(), std::vector<std::string>{"--desktop", "x11", "--listen", endpoint}, environment);
         ASSERT_TRUE(agent->waitForOutput("\n")) << agent->standardError();
         const std::string line = agent->standardOutput();
         const std::string prefix = "TesselAgent listening on ";
@@ -160,6 +161,41 @@ TEST_P(X11AgentTest, TheClipboardGoesBothWaysWithoutEchoes) {
     payload = clipboardAt(before);
     ASSERT_TRUE(payload);
     EXPECT_EQ(std::string(payload->items[0].data.begin(), payload->items[0].data.end()), "copied again");
+}
+
+TEST_P(X11AgentTest, LaunchesAndQuitsApplicationsOfTheDataFolders) {
+    TempDir data;
+    std::filesystem::create_directories(data / "applications");
+    std::ofstream(data / "applications" / "tsl-term.desktop")
+        << "[Desktop Entry]\nType=Application\nName=Tsl Term\nExec=xterm -T Tsl-Launched -geometry 40x5+60+60\n";
+    // The agent's own variable wins over one this process may have.
+    ::unsetenv("XDG_DATA_DIRS");
+    connect("unix:" + (data.path() / "agent.sock").string(), {"XDG_DATA_DIRS=" + data.path().string() + ":/usr/share"});
+    auto listed = [&](const std::string& id) -> std::optional<GuestApp> {
+        const ControlMessage apps = request(ControlMessage::ListApps{});
+        for (const GuestApp& app : apps.get<ControlMessage::AppList>()->value)
+            if (app.bundleID == id) return app;
+        return std::nullopt;
+    };
+    ASSERT_TRUE(listed("debian-xterm"));
+    ASSERT_TRUE(listed("tsl-term"));
+    EXPECT_FALSE(listed("tsl-term")->running);
+
+    const ControlMessage reply = request(ControlMessage::LaunchApp{{.bundleID = "tsl-term"}});
+    ASSERT_TRUE(reply.get<ControlMessage::Launched>());
+    const LaunchResult launched = reply.get<ControlMessage::Launched>()->value;
+    auto window = display->waitForWindow("Tsl-Launched");
+    ASSERT_TRUE(window);
+    EXPECT_EQ(window->pid, launched.pid);
+    EXPECT_TRUE(eventArrives(WindowEvent::Kind::created, window->id));
+    EXPECT_EQ(listed("tsl-term")->pid, launched.pid);
+
+    EXPECT_EQ(request(ControlMessage::QuitApp{launched.pid}), ControlMessage(ControlMessage::Ok{}));
+    EXPECT_TRUE(eventArrives(WindowEvent::Kind::closed, window->id));
+    const bool stillRunning = listed("tsl-term")->running;
+    EXPECT_FALSE(stillRunning);
+    // GIO made it a child of init: nothing else would end it.
+    if (stillRunning) ::kill(launched.pid, SIGKILL);
 }
 
 INSTANTIATE_TEST_SUITE_P(X11, X11AgentTest, ::testing::Bool(),
