@@ -6,6 +6,8 @@
 #include <array>
 #include <cstring>
 
+#include "Platform/Linux/UriList.h"
+
 namespace tsl::X11 {
 namespace {
 
@@ -35,27 +37,6 @@ const XType* xTypeOf(std::string_view pasteboard) {
     for (const XType& t : xTypes)
         if (t.pasteboard == pasteboard) return &t;
     return nullptr;
-}
-
-// A file URL travels as a one-line URI list; what comes back is its first URI.
-Bytes toURIList(const Bytes& url) {
-    Bytes out = url;
-    out.push_back('\r');
-    out.push_back('\n');
-    return out;
-}
-
-std::optional<Bytes> firstURI(const Bytes& list) {
-    size_t start = 0;
-    while (start < list.size()) {
-        size_t end = start;
-        while (end < list.size() && list[end] != '\n') ++end;
-        size_t last = end;
-        if (last > start && list[last - 1] == '\r') --last;
-        if (last > start && list[start] != '#') return Bytes(list.begin() + long(start), list.begin() + long(last));
-        start = end + 1;
-    }
-    return std::nullopt;
 }
 
 }  // namespace
@@ -194,7 +175,7 @@ void X11Pasteboard::answer(const xcb_selection_request_event_t& request) {
                 if (!named) continue;
                 std::shared_ptr<const Bytes> payload = data;
                 if (t->pasteboard == std::string_view(typeFileURL))
-                    payload = std::make_shared<const Bytes>(toURIList(*data));
+                    payload = std::make_shared<const Bytes>(UriList::of(*data));
                 else if (t->pasteboard == std::string_view(typeConcealed))
                     payload = std::make_shared<const Bytes>(Bytes{'s', 'e', 'c', 'r', 'e', 't'});
                 if (payload->size() <= chunk) {
@@ -335,7 +316,7 @@ std::optional<Bytes> X11Pasteboard::dataForType(const std::string& type) {
     for (std::string_view name : t->names) {
         if (name.empty() || std::find(offered.begin(), offered.end(), x->atom(name)) == offered.end()) continue;
         std::optional<Bytes> data = convert(x->atom(name), readLimit);
-        if (data && t->pasteboard == std::string_view(typeFileURL)) return firstURI(*data);
+        if (data && t->pasteboard == std::string_view(typeFileURL)) return UriList::first(*data);
         return data;
     }
     return std::nullopt;
