@@ -187,8 +187,7 @@ void X11Pasteboard::answer(const xcb_selection_request_event_t& request) {
                         std::lock_guard guard(lock);
                         transfers[{request.requestor, property}] = Transfer{payload, request.target, 0};
                     }
-                    const uint32_t mask = Connection::watchedMask;
-                    xcb_change_window_attributes(c, request.requestor, XCB_CW_EVENT_MASK, &mask);
+                    x->watch(request.requestor);
                     const uint32_t size = uint32_t(payload->size());
                     xcb_change_property(c, XCB_PROP_MODE_REPLACE, request.requestor, property, x->atom("INCR"), 32, 1,
                                         &size);
