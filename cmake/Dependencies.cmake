@@ -30,7 +30,7 @@ if(NOT YUV_FOUND)
 endif()
 pkg_check_modules(SDL2 REQUIRED IMPORTED_TARGET sdl2)
 # The X11 desktop: XCB only, no Xlib.
-pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xcb-composite xcb-damage xcb-shm xcb-xtest xcb-xfixes xcb-res
+pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xcb-composite xcb-damage xcb-render xcb-shm xcb-xtest xcb-xfixes xcb-res
   xcb-keysyms)
 # Desktop entries of the X11 desktop's applications.
 pkg_check_modules(GIO REQUIRED IMPORTED_TARGET gio-unix-2.0)

@@ -13,7 +13,7 @@ packages=(
   libspdlog-dev libfmt-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   libsdl2-dev xvfb libxtst-dev libcli11-dev
-  libxcb1-dev libxcb-composite0-dev libxcb-damage0-dev libxcb-shm0-dev libxcb-xtest0-dev libxcb-xfixes0-dev
+  libxcb1-dev libxcb-composite0-dev libxcb-damage0-dev libxcb-render0-dev libxcb-shm0-dev libxcb-xtest0-dev libxcb-xfixes0-dev
   libxcb-res0-dev libxcb-keysyms1-dev openbox xterm x11-apps x11-utils
   clang-14 lld-14 llvm-14 libclang-rt-14-dev python3
   xclip libglib2.0-dev

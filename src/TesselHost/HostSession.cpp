@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <random>
 #include <thread>
 
 #include "TslCore/Measure/TestPattern.h"
@@ -244,6 +245,17 @@ std::optional<double> HostSession::measureOnce(bool white) {
         latencyMs.push_back(*latency);
     }
     return latency;
+}
+
+void HostSession::measureRoundTrips(int count, int fps, const std::atomic<bool>& stop,
+                                    const std::function<void(int)>& step) {
+    std::mt19937 random(12345);
+    std::uniform_real_distribution<double> phase(0.0, 1.0 / std::max(fps, 1));
+    for (int i = 0; i < count && !stop; ++i) {
+        std::this_thread::sleep_for(std::chrono::duration<double>(phase(random)));
+        measureOnce(i % 2 == 0);
+        if (step) step(i + 1);
+    }
 }
 
 void HostSession::sendInput(const InputEvent& event) {

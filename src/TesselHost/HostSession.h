@@ -74,6 +74,12 @@ public:
     uint64_t patternFrames() const { return probe.snapshot().frames; }
     // One input-to-pixel round trip: key 122 down (white) or up (black).
     std::optional<double> measureOnce(bool white);
+    // `count` round trips, white and black in turn, each key sent at a random
+    // moment of the frame interval, as a person's would: one sent right after
+    // a frame arrived (the end of the last round trip) would always wait
+    // nearly a whole interval for the next capture. `step` hears each one done.
+    void measureRoundTrips(int count, int fps, const std::atomic<bool>& stop,
+                           const std::function<void(int)>& step = {});
     void sendInput(const InputEvent& event);
     // The mapper of a streamed window, shared with its view so that the
     // measured keys and the view's take their sequences from one count.

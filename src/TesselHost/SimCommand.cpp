@@ -9,10 +9,10 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <random>
 #include <thread>
 
 #include "TesselHost/Commands.h"
+#include "TesselHost/FrameMailbox.h"
 #include "TesselHost/HostText.h"
 #include "TesselHost/SimChart.h"
 #include "TesselHost/SimReport.h"
@@ -41,25 +41,6 @@ bool displayPresent() {
     return false;
 }
 
-// Frames decoded on the receiving threads, waiting for the main thread's views.
-struct Mailbox {
-    std::mutex lock;
-    std::map<uint32_t, std::pair<std::shared_ptr<PixelBuffer>, double>> latest;
-};
-
-// Each key goes out at a random moment of the frame interval, as a person's
-// would: one sent right after a frame arrived (the end of the last round
-// trip) would always wait nearly a whole interval for the next capture.
-void measure(SimSession& session, int count, int fps, const std::function<void(int)>& step) {
-    std::mt19937 random(12345);
-    std::uniform_real_distribution<double> phase(0.0, 1.0 / fps);
-    for (int i = 0; i < count && !interrupted; ++i) {
-        std::this_thread::sleep_for(std::chrono::duration<double>(phase(random)));
-        session.measureOnce(i % 2 == 0);
-        step(i + 1);
-    }
-}
-
 void waitUntil(std::chrono::steady_clock::time_point end) {
     while (!interrupted && std::chrono::steady_clock::now() < end) std::this_thread::sleep_for(std::chrono::milliseconds(50));
 }
@@ -80,13 +61,12 @@ ExitStatus runSim(SimArguments& args) {
         if (line.active()) line.show(text);
     };
     SimSession session(o, progress);
-    Mailbox mailbox;
+    FrameMailbox mailbox(views);
     {
         SimSession::PictureSink sink;
         if (views) {
             sink = [&mailbox](uint32_t window, std::shared_ptr<PixelBuffer> picture, double scale) {
-                std::lock_guard guard(mailbox.lock);
-                mailbox.latest[window] = {std::move(picture), scale};
+                mailbox.post(window, std::move(picture), scale);
             };
         }
         session.start(sink);
@@ -103,28 +83,23 @@ ExitStatus runSim(SimArguments& args) {
             }
             std::atomic<bool> measured{false};
             std::thread measurer([&] {
-                measure(session, o.measure, o.fps, step);
+                session.measureRoundTrips(o.measure, o.fps, interrupted, step);
                 measured = true;
             });
             // With views the run goes on until the user closes them, unless a duration was given.
-            while (!interrupted && StreamView::pumpEvents()) {
+            while (!interrupted && mailbox.wait(std::chrono::milliseconds(50))) {
                 // Taken out under the lock, drawn outside it: the decoder never
                 // waits for the renderer, nor the renderer's locks for ours.
-                decltype(mailbox.latest) due;
-                {
-                    std::lock_guard guard(mailbox.lock);
-                    due.swap(mailbox.latest);
-                }
+                FrameMailbox::Pictures due = mailbox.take().pictures;
                 for (auto& view : shown)
                     if (auto found = due.find(view->windowID()); found != due.end())
                         view->show(std::move(found->second.first), found->second.second);
                 if (measured && o.duration > 0 && std::chrono::steady_clock::now() > end) break;
-                std::this_thread::sleep_for(std::chrono::milliseconds(2));
             }
             interrupted = true;  // ends the measurer early if the user quit
             measurer.join();
         } else {
-            measure(session, o.measure, o.fps, step);
+            session.measureRoundTrips(o.measure, o.fps, interrupted, step);
             waitUntil(end);
         }
     }

@@ -113,7 +113,10 @@ void SimSession::start(PictureSink pictureSink) {
     if (!waitFor([&] { return session->patternFrames() > 0; }, 10)) throw Error("no frame of the test pattern arrived");
 }
 
-std::optional<double> SimSession::measureOnce(bool white) { return session->measureOnce(white); }
+void SimSession::measureRoundTrips(int count, int fps, const std::atomic<bool>& stop,
+                                   const std::function<void(int)>& step) {
+    session->measureRoundTrips(count, fps, stop, step);
+}
 
 void SimSession::sendInput(const InputEvent& event) {
     if (session) session->sendInput(event);

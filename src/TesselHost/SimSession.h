@@ -1,4 +1,5 @@
 #pragma once
+#include <atomic>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -38,8 +39,8 @@ public:
 
     // Starts the guest, installs, launches and streams. Throws Error with the reason.
     void start(PictureSink sink);
-    // One input-to-pixel round trip: key 122 down (white) or up (black).
-    std::optional<double> measureOnce(bool white);
+    // Round trips as HostSession measures them.
+    void measureRoundTrips(int count, int fps, const std::atomic<bool>& stop, const std::function<void(int)>& step);
     // Input from a view, passed on as it is.
     void sendInput(const InputEvent& event);
     // The mapper of a guest window, for its view: the measured keys of the

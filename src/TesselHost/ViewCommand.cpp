@@ -11,11 +11,11 @@
 #include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
-#include <random>
 #include <thread>
 
 #include "TesselHost/AgentAddress.h"
 #include "TesselHost/Commands.h"
+#include "TesselHost/FrameMailbox.h"
 #include "TesselHost/HostSession.h"
 #include "TesselHost/SimReport.h"
 #include "TslCore/Measure/TestPattern.h"
@@ -54,14 +54,6 @@ bool chosen(const GuestWindow& w, const std::string& wanted) {
     if (wanted.empty()) return true;
     return std::to_string(w.windowID) == wanted || w.title == wanted;
 }
-
-// What reader threads hand the main thread: the latest picture per window,
-// and the agent's messages in order.
-struct Mailbox {
-    std::mutex lock;
-    std::map<uint32_t, std::pair<std::shared_ptr<PixelBuffer>, double>> latest;
-    std::vector<ControlMessage> messages;
-};
 
 // One view per streamed guest window, opened and closed on the main thread.
 class Views {
@@ -105,7 +97,7 @@ public:
         known->second = w.frame;
         view->second->resizeWindow(w.frame.width, w.frame.height);
     }
-    void show(std::map<uint32_t, std::pair<std::shared_ptr<PixelBuffer>, double>>& due) {
+    void show(FrameMailbox::Pictures& due) {
         for (auto& [id, view] : views)
             if (auto found = due.find(id); found != due.end())
                 view->show(std::move(found->second.first), found->second.second);
@@ -165,16 +157,6 @@ private:
     int64_t changes = 0;
 };
 
-// Keys at random moments of the frame interval, as in tessel sim.
-void measure(HostSession& session, int count, int fps, const std::atomic<bool>& stop) {
-    std::mt19937 random(12345);
-    std::uniform_real_distribution<double> phase(0.0, 1.0 / fps);
-    for (int i = 0; i < count && !stop; ++i) {
-        std::this_thread::sleep_for(std::chrono::duration<double>(phase(random)));
-        session.measureOnce(i % 2 == 0);
-    }
-}
-
 std::string statsSuffix(const SimFigures& now, const SimFigures& before) {
     const uint64_t frames = now.framesReceived - before.framesReceived;
     std::vector<double> recent(now.captureToArrivalMs.begin() + long(before.captureToArrivalMs.size()),
@@ -203,20 +185,15 @@ int runView(ViewArguments& args) {
     if (!args.headless && !shown) std::cerr << "tessel view: no display; running headless\n";
 
     std::unique_ptr<HostSession> session;
-    Mailbox mailbox;
+    FrameMailbox mailbox(shown);
     try {
         session = std::make_unique<HostSession>(reachAgent(args.address, interrupted),
                                                 StreamSettings{o.codec, o.fps, o.scale});
         session->begin(
             [&mailbox, shown](uint32_t window, std::shared_ptr<PixelBuffer> picture, double scale) {
-                if (!shown) return;
-                std::lock_guard guard(mailbox.lock);
-                mailbox.latest[window] = {std::move(picture), scale};
+                if (shown) mailbox.post(window, std::move(picture), scale);
             },
-            [&mailbox](const ControlMessage& message) {
-                std::lock_guard guard(mailbox.lock);
-                mailbox.messages.push_back(message);
-            });
+            [&mailbox](const ControlMessage& message) { mailbox.post(message); });
 
         Views views(*session, shown);
         uint32_t pattern = 0;
@@ -239,22 +216,17 @@ int runView(ViewArguments& args) {
         if (shown) clipboard.emplace(*session);
         std::atomic<bool> measured{o.measure == 0};
         std::thread measurer([&] {
-            measure(*session, o.measure, o.fps, interrupted);
+            session->measureRoundTrips(o.measure, o.fps, interrupted);
             measured = true;
         });
         const auto start = std::chrono::steady_clock::now();
         auto lastStats = start, lastClipboard = start;
         SimFigures before = session->figures();
         while (!interrupted) {
-            if (shown && !StreamView::pumpEvents()) break;
-            decltype(mailbox.latest) due;
-            std::vector<ControlMessage> messages;
-            {
-                std::lock_guard guard(mailbox.lock);
-                due.swap(mailbox.latest);
-                messages.swap(mailbox.messages);
-            }
-            for (const ControlMessage& m : messages) {
+            // Woken by mail; the limit keeps the periodic work below going.
+            if (!mailbox.wait(std::chrono::milliseconds(50))) break;
+            FrameMailbox::Mail mail = mailbox.take();
+            for (const ControlMessage& m : mail.messages) {
                 if (auto* event = m.get<ControlMessage::WindowEvent>()) {
                     const GuestWindow& w = event->value.window;
                     using Kind = WindowEvent::Kind;
@@ -275,7 +247,7 @@ int runView(ViewArguments& args) {
                     clipboard->received(clip->value);
                 }
             }
-            views.show(due);
+            views.show(mail.pictures);
             const auto now = std::chrono::steady_clock::now();
             if (clipboard && now - lastClipboard > std::chrono::milliseconds(500)) {
                 clipboard->poll();
@@ -292,7 +264,6 @@ int runView(ViewArguments& args) {
             if (!session->agent()->isLive()) break;
             const bool timeUp = o.duration > 0 && now - start > std::chrono::duration<double>(o.duration);
             if (measured && (o.measure > 0 || o.duration > 0) && (o.duration == 0 || timeUp)) break;
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
         interrupted = true;  // ends the measurer early if the user quit
         measurer.join();

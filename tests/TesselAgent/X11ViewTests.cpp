@@ -72,7 +72,8 @@ TEST(X11View, WaitsForAnAgentThatDialsIn) {
 }
 
 // The agent on display A, tessel view on display B: the view shows the
-// pattern at its size, and F1 pressed on B turns the square white on both.
+// pattern at its size, F1 pressed on B turns the square white on both, host
+// windows follow the guest's, and a host window's new size goes to the guest.
 TEST(X11View, ShowsTheGuestOnAnotherDisplayAndTakesItsKeys) {
     Guest g;  // display A; DISPLAY names it until B starts
     ASSERT_TRUE(g.patternShown());
@@ -110,6 +111,26 @@ TEST(X11View, ShowsTheGuestOnAnotherDisplayAndTakesItsKeys) {
     xcb_test_fake_input(c, XCB_KEY_RELEASE, f1, XCB_CURRENT_TIME, XCB_NONE, 0, 0, 0);
     b.connection().flush();
     EXPECT_TRUE(squareIs(g.display, pattern->bounds, false));
+
+    // Host windows come and go with the guest's.
+    ChildProcess& eyes = g.display.launch("/usr/bin/xeyes", {"-geometry", "150x100+600+100"});
+    EXPECT_TRUE(b.waitForWindow("xeyes")) << view.standardError();
+    eyes.signal(SIGTERM);
+    EXPECT_TRUE(b.waitUntil([&] {
+        for (const X11::ClientWindow& w : X11::ClientWindow::list(b.connection()))
+            if (w.title == "xeyes") return false;
+        return true;
+    }));
+
+    // Resizing the host's window resizes the guest's.
+    g.display.connection().watch(pattern->id);
+    const uint32_t size[] = {420, 300};
+    xcb_configure_window(c, shown->id, XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT, size);
+    b.connection().flush();
+    EXPECT_TRUE(g.display.waitUntil([&] {
+        auto now = g.display.ask(pattern->id);
+        return now && now->bounds.width == 420 && now->bounds.height == 300;
+    }));
 
     // Ctrl-C closes everything and counts as a success.
     view.signal(SIGINT);

@@ -4,8 +4,10 @@
 #include <xcb/composite.h>
 #include <xcb/xtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <utility>
 #include <vector>
 
 namespace tsl::X11 {
@@ -23,11 +25,12 @@ std::string XError::description() const {
 
 std::shared_ptr<Connection> Connection::open(const std::string& display) {
     int screenNumber = 0;
-    xcb_connection_t* c = xcb_connect(display.empty() ? nullptr : display.c_str(), &screenNumber);
+    const char* fromEnvironment = std::getenv("DISPLAY");
+    const std::string name = display.empty() && fromEnvironment ? fromEnvironment : display;
+    xcb_connection_t* c = xcb_connect(name.empty() ? nullptr : name.c_str(), &screenNumber);
     if (xcb_connection_has_error(c)) {
         xcb_disconnect(c);
-        const char* named = display.empty() ? std::getenv("DISPLAY") : display.c_str();
-        throw OpenError(std::string("cannot open X display ") + (named && *named ? named : "(DISPLAY is not set)"));
+        throw OpenError("cannot open X display " + (name.empty() ? std::string("(DISPLAY is not set)") : name));
     }
     auto missing = [&](xcb_extension_t* ext) {
         const xcb_query_extension_reply_t* data = xcb_get_extension_data(c, ext);
@@ -44,10 +47,11 @@ std::shared_ptr<Connection> Connection::open(const std::string& display) {
         xcb_disconnect(c);
         throw OpenError("the X display has no screen " + std::to_string(screenNumber));
     }
-    return std::shared_ptr<Connection>(new Connection(c, it.data->root));
+    return std::shared_ptr<Connection>(new Connection(c, it.data->root, name));
 }
 
-Connection::Connection(xcb_connection_t* c, xcb_window_t root) : _c(c), _root(root) {
+Connection::Connection(xcb_connection_t* c, xcb_window_t root, std::string display)
+    : _c(c), _root(root), _display(std::move(display)) {
     intern({wakeAtom, "WM_STATE", "WM_PROTOCOLS", "WM_DELETE_WINDOW", "WM_CHANGE_STATE", "_NET_WM_PID", "_NET_WM_NAME",
             "UTF8_STRING", "_NET_WM_WINDOW_TYPE", "_NET_WM_STATE", "_NET_WM_STATE_HIDDEN", "_NET_ACTIVE_WINDOW",
             "_NET_SUPPORTING_WM_CHECK", "_NET_MOVERESIZE_WINDOW", "_NET_CLOSE_WINDOW"});

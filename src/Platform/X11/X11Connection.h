@@ -47,6 +47,8 @@ public:
 
     xcb_connection_t* raw() const { return _c; }
     xcb_window_t root() const { return _root; }
+    // The display as opened, for ports that need a connection of their own.
+    const std::string& displayName() const { return _display; }
     bool lost() const { return xcb_connection_has_error(_c) != 0; }
 
     // Interned once per name; XCB_ATOM_NONE when the server can't be asked.
@@ -82,11 +84,12 @@ public:
     std::string processName(int32_t pid, xcb_window_t window);
 
 private:
-    Connection(xcb_connection_t* c, xcb_window_t root);
+    Connection(xcb_connection_t* c, xcb_window_t root, std::string display);
     void readEvents();
 
     xcb_connection_t* const _c;
     const xcb_window_t _root;
+    const std::string _display;
     xcb_window_t _wakeWindow = 0;
 
     std::mutex atomsLock;

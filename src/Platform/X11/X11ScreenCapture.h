@@ -10,6 +10,15 @@ struct CaptureOptions {
     // Off: every picture comes through a plain GetImage, as on a server
     // without MIT-SHM 1.2 (or one reached over TCP).
     bool sharedMemory = true;
+    // Off: pictures are read with SHM GetImage and made opaque afterwards, as
+    // for windows with alpha of their own.
+    bool sharedPixmaps = true;
+};
+
+// What the server lets a capture use.
+struct ServerWays {
+    bool sharedMemory = false;   // MIT-SHM 1.2: segments passed as descriptors
+    bool sharedPixmaps = false;  // pixmaps over those segments, for Render to draw into
 };
 
 // Window capture on a Composite server. Each stream redirects its window
@@ -30,11 +39,13 @@ public:
                                               StopHandler didStopWithError) override;
 
     // Whether pictures come through shared memory (the server offers fd passing).
-    bool sharedMemory() const { return useShm; }
+    bool sharedMemory() const { return ways.sharedMemory; }
+    // Whether Render may draw pictures into shared pixmaps.
+    bool sharedPixmaps() const { return ways.sharedPixmaps; }
 
 private:
     const std::shared_ptr<Connection> x;
-    bool useShm = false;
+    ServerWays ways;
 };
 
 }  // namespace tsl::X11

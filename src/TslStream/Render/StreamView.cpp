@@ -2,6 +2,7 @@
 
 #include <SDL.h>
 
+#include <atomic>
 #include <cmath>
 #include <map>
 
@@ -176,11 +177,28 @@ void StreamView::resizeWindow(double width, double height) {
     present();
 }
 
-bool StreamView::pumpEvents() {
+namespace {
+
+// The event that ends a wait; at most one is ever queued.
+const uint32_t wakeEvent = SDL_RegisterEvents(1);
+std::atomic<bool> wakeQueued{false};
+
+}  // namespace
+
+void StreamView::wake() {
+    if (wakeEvent == uint32_t(-1) || wakeQueued.exchange(true)) return;
+    SDL_Event event{};
+    event.type = wakeEvent;
+    if (SDL_PushEvent(&event) != 1) wakeQueued = false;
+}
+
+bool StreamView::pumpEvents(std::chrono::milliseconds wait) {
     bool keepGoing = true;
     [[maybe_unused]] WindowSystemAllocations kept;
     SDL_Event event;
-    while (SDL_PollEvent(&event)) {
+    bool got = wait.count() > 0 ? SDL_WaitEventTimeout(&event, int(wait.count())) == 1 : SDL_PollEvent(&event) == 1;
+    for (; got; got = SDL_PollEvent(&event) == 1) {
+        if (event.type == wakeEvent) wakeQueued = false;
         if (event.type == SDL_QUIT) keepGoing = false;
         if (auto id = eventWindow(event)) {
             auto found = views().find(*id);

@@ -1,4 +1,5 @@
 #pragma once
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -62,9 +63,12 @@ public:
     // Not finite gives 1; otherwise limited to 0.25 ... 8.
     static double sanitizedScale(double scale);
 
-    // Routes every waiting window-system event to its view. False once the
-    // user asked to quit the whole program.
-    static bool pumpEvents();
+    // Routes every waiting window-system event to its view, after waiting up
+    // to `wait` for the first. False once the user asked to quit the whole
+    // program.
+    static bool pumpEvents(std::chrono::milliseconds wait = {});
+    // Ends a wait in pumpEvents early; any thread may call it.
+    static void wake();
     // One event of this view's window.
     void handle(const SDL_Event& event);
 

@@ -1,5 +1,5 @@
-// Window capture on a real server, through shared memory and through plain
-// GetImage: the pattern client's frames as the port delivers them, covered,
+// Window capture on a real server, drawn by Render into shared pixmaps,
+// read through SHM GetImage and through plain GetImage: the pattern client's frames as the port delivers them, covered,
 // resized, unmapped and closed windows, and DAMAGE keeping pictures to changes.
 #include <gtest/gtest.h>
 
@@ -74,14 +74,19 @@ struct Recorder {
     }
 };
 
-class X11CaptureTest : public ::testing::TestWithParam<bool> {
+// How pictures come from the server.
+enum class Way { render, shmGetImage, plainGetImage };
+
+class X11CaptureTest : public ::testing::TestWithParam<Way> {
 protected:
     void SetUp() override {
         display = std::make_unique<XDisplay>(false);
         ASSERT_TRUE(display->ready());
-        capture =
-            std::make_shared<X11::X11ScreenCapture>(display->shared(), X11::CaptureOptions{.sharedMemory = GetParam()});
-        ASSERT_EQ(capture->sharedMemory(), GetParam());
+        const X11::CaptureOptions options{.sharedMemory = GetParam() != Way::plainGetImage,
+                                          .sharedPixmaps = GetParam() == Way::render};
+        capture = std::make_shared<X11::X11ScreenCapture>(display->shared(), options);
+        ASSERT_EQ(capture->sharedMemory(), options.sharedMemory);
+        ASSERT_EQ(capture->sharedPixmaps(), options.sharedPixmaps);
     }
     void TearDown() override {
         if (stream) stream->stopCapture([](std::exception_ptr) {});
@@ -240,8 +245,12 @@ TEST_P(X11CaptureTest, TheCursorIsBlendedInOnlyWhenAskedFor) {
     EXPECT_EQ(plain->centre, 0xFFFF0000u);
 }
 
-INSTANTIATE_TEST_SUITE_P(X11, X11CaptureTest, ::testing::Bool(),
-                         [](const auto& info) { return info.param ? "SharedMemory" : "PlainGetImage"; });
+INSTANTIATE_TEST_SUITE_P(X11, X11CaptureTest, ::testing::Values(Way::render, Way::shmGetImage, Way::plainGetImage),
+                         [](const auto& info) {
+                             return info.param == Way::render        ? "Render"
+                                    : info.param == Way::shmGetImage ? "ShmGetImage"
+                                                                     : "PlainGetImage";
+                         });
 
 }  // namespace
 }  // namespace tsl::test
