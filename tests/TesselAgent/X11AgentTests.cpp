@@ -166,8 +166,13 @@ TEST_P(X11AgentTest, TheClipboardGoesBothWaysWithoutEchoes) {
 TEST_P(X11AgentTest, LaunchesAndQuitsApplicationsOfTheDataFolders) {
     TempDir data;
     std::filesystem::create_directories(data / "applications");
+    // The title changes once xterm's child runs: from then on a close ends it.
+    std::ofstream(data / "ready.sh") << R"(printf '\033]2;Tsl Ready\007'; exec sleep 600)"
+                                     << "\n";
+    std::filesystem::permissions(data / "ready.sh", std::filesystem::perms::owner_all);
     std::ofstream(data / "applications" / "tsl-term.desktop")
-        << "[Desktop Entry]\nType=Application\nName=Tsl Term\nExec=xterm -T Tsl-Launched -geometry 40x5+60+60\n";
+        << "[Desktop Entry]\nType=Application\nName=Tsl Term\nExec=xterm -T Tsl-Launched -geometry 40x5+60+60 -e "
+        << (data / "ready.sh").string() << "\n";
     // The agent's own variable wins over one this process may have.
     ::unsetenv("XDG_DATA_DIRS");
     connect("unix:" + (data.path() / "agent.sock").string(), {"XDG_DATA_DIRS=" + data.path().string() + ":/usr/share"});
@@ -184,11 +189,19 @@ TEST_P(X11AgentTest, LaunchesAndQuitsApplicationsOfTheDataFolders) {
     const ControlMessage reply = request(ControlMessage::LaunchApp{{.bundleID = "tsl-term"}});
     ASSERT_TRUE(reply.get<ControlMessage::Launched>());
     const LaunchResult launched = reply.get<ControlMessage::Launched>()->value;
-    auto window = display->waitForWindow("Tsl-Launched");
+    // Its window by pid: the title it starts with lasts only until its child runs.
+    std::optional<X11::ClientWindow> window;
+    display->waitUntil([&] {
+        for (const X11::ClientWindow& w : X11::ClientWindow::list(display->connection()))
+            if (w.pid == launched.pid && w.onScreen()) window = w;
+        return window.has_value();
+    });
     ASSERT_TRUE(window);
-    EXPECT_EQ(window->pid, launched.pid);
     EXPECT_TRUE(eventArrives(WindowEvent::Kind::created, window->id));
     EXPECT_EQ(listed("tsl-term")->pid, launched.pid);
+    // Closed before its child runs, xterm would hang up on nobody and stay.
+    display->connection().watch(window->id);
+    ASSERT_TRUE(display->waitForWindow("Tsl Ready"));
 
     EXPECT_EQ(request(ControlMessage::QuitApp{launched.pid}), ControlMessage(ControlMessage::Ok{}));
     EXPECT_TRUE(eventArrives(WindowEvent::Kind::closed, window->id));

@@ -43,8 +43,12 @@ class X11DesktopEntriesTest : public X11DesktopTest {
 protected:
     void SetUp() override {
         X11DesktopTest::SetUp();
+        // The title changes once xterm's child runs: from then on a close ends it.
+        std::ofstream(data / "ready.sh") << R"(printf '\033]2;Tsl Ready\007'; exec sleep 600)"
+                                         << "\n";
+        fs::permissions(data / "ready.sh", fs::perms::owner_all);
         writeEntry(data / "applications" / "tsl-term.desktop", "Tsl Term",
-                   "xterm -T \"Tsl Entry\" -geometry 40x5+50+50");
+                   "xterm -T \"Tsl Entry\" -geometry 40x5+50+50 -e " + (data / "ready.sh").string());
         writeEntry(data / "applications" / "tsl" / "viewer.desktop", "Tsl Viewer",
                    "xterm -T Tsl-Viewer -geometry 40x5+90+90 -hold -e true %F");
         writeEntry(data / "applications" / "tsl-hidden.desktop", "Tsl Hidden", "xterm", "NoDisplay=true\n");
@@ -117,9 +121,17 @@ TEST_P(X11DesktopEntriesTest, LaunchesByIdAndQuitsByClosingItsWindows) {
     const LaunchResult result = launch({.bundleID = "tsl-term"});
     EXPECT_EQ(result.bundleID, "tsl-term");
     ASSERT_GT(result.pid, 0);
-    const auto window = display->waitForWindow("Tsl Entry");
+    // Its window by pid: the title it starts with lasts only until its child runs.
+    std::optional<X11::ClientWindow> window;
+    display->waitUntil([&] {
+        for (const X11::ClientWindow& w : X11::ClientWindow::list(display->connection()))
+            if (w.pid == result.pid && w.onScreen()) window = w;
+        return window.has_value();
+    });
     ASSERT_TRUE(window);
-    EXPECT_EQ(window->pid, result.pid);
+    // Closed before its child runs, xterm would hang up on nobody and stay.
+    display->connection().watch(window->id);
+    ASSERT_TRUE(display->waitForWindow("Tsl Ready"));
     // Marked from its launch, not by its program: the system's xterm entry stays unmarked.
     EXPECT_EQ(listed("tsl-term")->pid, result.pid);
     EXPECT_FALSE(listed("debian-xterm")->running);
