@@ -1,13 +1,13 @@
 #pragma once
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <functional>
-#include <vector>
-
-#include <unistd.h>
-
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "TslCore/Measure/Stats.h"
 #include "TslCore/Support/MonoClock.h"
@@ -32,6 +32,23 @@ inline double percentile(std::vector<double> v, double p) {
     if (v.empty()) return 0;
     std::sort(v.begin(), v.end());
     return v[std::min(v.size() - 1, size_t(p * double(v.size())))];
+}
+
+// Medians of two ways, in microseconds, timed in turns so that the
+// machine's load falls on both alike.
+inline std::pair<double, double> medianMicrosInTurns(int rounds, const std::function<void()>& ours,
+                                                     const std::function<void()>& bare) {
+    std::vector<double> a, b;
+    auto time = [](const std::function<void()>& fn) {
+        auto t0 = std::chrono::steady_clock::now();
+        fn();
+        return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - t0).count();
+    };
+    for (int i = 0; i < rounds; ++i) {
+        a.push_back(time(ours));
+        b.push_back(time(bare));
+    }
+    return {percentile(a, 0.5), percentile(b, 0.5)};
 }
 
 inline void ratioLine(const char* what, double ours, double baseline, double target, bool higherIsBetter = true) {

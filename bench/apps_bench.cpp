@@ -10,6 +10,7 @@
 #include "Platform/Sim/Desktop.h"
 #include "TslAgent/AppCatalog.h"
 #include "TslAgent/AppInstaller.h"
+#include "TslAgent/BundleApps.h"
 #include "TslCore/Scanner/AppScanner.h"
 
 namespace fs = std::filesystem;
@@ -48,7 +49,8 @@ void listing(const fs::path& root) {
     const double scanner = bench::bestSeconds(5, [&] {
         listed = AppScanner{.options = {.roots = {apps}, .includeApple = true, .maxDepth = 1}}.scan().apps.size();
     });
-    const double catalog = bench::bestSeconds(5, [&] { listed = AppCatalog::list(apps, *workspace).size(); });
+    const double catalog =
+        bench::bestSeconds(5, [&] { listed = AppCatalog::list(BundleApps(apps, workspace)).size(); });
     std::printf("listApps, %zu bundles, 50 running: %.1f ms; scanner alone %.1f ms\n", listed, catalog * 1e3,
                 scanner * 1e3);
     bench::ratioLine("listApps against the scanner alone", scanner, catalog, 0.9);

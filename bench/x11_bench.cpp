@@ -22,22 +22,6 @@ namespace {
 constexpr int windowCount = 20;
 constexpr uint8_t f1Keycode = 67;
 
-// Medians of two ways, taken in turns so that the machine's load falls on both alike.
-std::pair<double, double> medianMicros(int rounds, const std::function<void()>& ours,
-                                       const std::function<void()>& bare) {
-    std::vector<double> a, b;
-    auto time = [](const std::function<void()>& fn) {
-        auto t0 = std::chrono::steady_clock::now();
-        fn();
-        return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - t0).count();
-    };
-    for (int i = 0; i < rounds; ++i) {
-        a.push_back(time(ours));
-        b.push_back(time(bare));
-    }
-    return {bench::percentile(a, 0.5), bench::percentile(b, 0.5)};
-}
-
 // The requests a list can't do without: the stacking order, then everything
 // about each window in one batch.
 void bareList(X11::Connection& x, const std::vector<xcb_window_t>& clients) {
@@ -76,7 +60,7 @@ void listing(test::XDisplay& display, const PlatformServices& platform) {
     });
     const uint32_t options = WindowServer::optionOnScreenOnly | WindowServer::optionExcludeDesktopElements;
     size_t listed = 0;
-    const auto [ours, bare] = medianMicros(
+    const auto [ours, bare] = bench::medianMicrosInTurns(
         500, [&] { listed = platform.windowServer->copyWindowInfo(options, 0)->asList()->size(); },
         [&] { bareList(display.connection(), clients); });
     std::printf("copyWindowInfo, %zu windows listed (%zu patterns): %.0f us; bare round trips %.0f us\n", listed,

@@ -34,6 +34,8 @@ pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xcb-composite xcb-damage xcb-
   xcb-keysyms)
 # What is inside other applications' windows (menus, dialog text): AT-SPI2.
 pkg_check_modules(ATSPI REQUIRED IMPORTED_TARGET atspi-2 gobject-2.0)
+# Desktop entries of the X11 desktop's applications.
+pkg_check_modules(GIO REQUIRED IMPORTED_TARGET gio-unix-2.0)
 # Tests drive a real X server: screenshots and synthetic keys.
 pkg_check_modules(XTEST REQUIRED IMPORTED_TARGET x11 xtst)
 

@@ -2,6 +2,7 @@
 #include <memory>
 
 #include "Platform/Accessibility.h"
+#include "Platform/AppSource.h"
 #include "Platform/EventPoster.h"
 #include "Platform/Pasteboard.h"
 #include "Platform/Preferences.h"
@@ -23,6 +24,7 @@ struct PlatformServices {
     std::shared_ptr<Pasteboard> pasteboard;  // the general pasteboard
     std::shared_ptr<Preferences> preferences;
     std::shared_ptr<System> system;
+    std::shared_ptr<AppSource> applications;  // none: the bundles of the agent's appsDir
 };
 
 }  // namespace tsl

@@ -103,10 +103,10 @@ AgentConfig AgentConfig::parse(const std::vector<std::string>& arguments, const 
         if (simRoot)
             throw ParseError::usage(realDesktop ? "--sim-root is for --desktop sim"
                                                 : "--sim-root is for Simulation, not --vsock");
-        // The real user's folders. A real desktop has no clipboard of its own yet, so no sync.
+        // The real user's folders, and the real clipboard kept in step with the host's.
         AgentConfig config(std::move(*mode), "/Applications", sharedDirOverride.value_or(guestSharedDir()),
                            home / "Library" / "Preferences", home / "Library" / "Application Support", false, false,
-                           !realDesktop, inject.value_or(InjectionMode::hid));
+                           true, inject.value_or(InjectionMode::hid));
         config.openRoots = {guestMountPoint()};
         config.desktop = desktop;
         config.commandAs = commandAs.value_or(CommandAs::control);

@@ -2,11 +2,20 @@
 // quitting and installing.
 #include "TslAgent/AgentService.h"
 #include "TslAgent/AppCatalog.h"
+#include "TslAgent/BundleApps.h"
 
 namespace tsl {
+namespace {
+
+std::shared_ptr<const AppSource> appsOf(const PlatformServices& platform, const AgentConfig& config) {
+    if (platform.applications) return platform.applications;
+    return std::make_shared<BundleApps>(config.appsDir, platform.workspace);
+}
+
+}  // namespace
 
 asio::awaitable<ControlMessage> AgentService::listApps(ControlMessage) {
-    co_return ControlMessage::AppList{AppCatalog::list(_config.appsDir, *platform.workspace)};
+    co_return ControlMessage::AppList{AppCatalog::list(*appsOf(platform, _config))};
 }
 
 asio::awaitable<ControlMessage> AgentService::launchApp(ControlMessage request) {
@@ -15,13 +24,13 @@ asio::awaitable<ControlMessage> AgentService::launchApp(ControlMessage request) 
     if (roots.empty()) roots = {_config.sharedDir};
     // Awaited into a local: GCC 12 frees a temporary twice when a co_await
     // sits inside an aggregate initialiser.
-    LaunchResult result = co_await AppCatalog::launch(std::move(launch), _config.appsDir, std::move(roots),
-                                                      _config.openExclusions, _config.isSimulation, platform.workspace);
+    LaunchResult result = co_await AppCatalog::launch(std::move(launch), appsOf(platform, _config), std::move(roots),
+                                                      _config.openExclusions, _config.isSimulation);
     co_return ControlMessage::Launched{std::move(result)};
 }
 
 asio::awaitable<ControlMessage> AgentService::quitApp(ControlMessage request) {
-    AppCatalog::quit(request.get<ControlMessage::QuitApp>()->pid, _config.appsDir, *platform.workspace);
+    AppCatalog::quit(request.get<ControlMessage::QuitApp>()->pid, *appsOf(platform, _config));
     co_return ControlMessage::Ok{};
 }
 

@@ -5,7 +5,6 @@
 #include <unordered_map>
 
 #include "TslCore/Migration/SafePaths.h"
-#include "TslCore/Scanner/AppScanner.h"
 #include "TslCore/Support/PathNames.h"
 #include "TslStream/Runtime/Resumption.h"
 #include "TslStream/Runtime/Timers.h"
@@ -25,10 +24,6 @@ bool fileExists(const std::string& path) {
 std::string withSlash(std::string path) {
     if (!path.ends_with('/')) path += '/';
     return path;
-}
-
-bool lies(const std::string& path, const std::filesystem::path& under) {
-    return path.starts_with(withSlash(PathNames::standardizedPath(under.native())));
 }
 
 bool hasHiddenComponent(std::string_view rest) {
@@ -53,11 +48,12 @@ public:
         }
     }
 
-    // The first running application of this bundle: by place, else by identifier.
-    const RunningApplication* match(const AppBundleInfo& bundle) const {
-        if (auto it = byPlace.find(PathNames::standardizedPath(bundle.path)); it != byPlace.end()) return it->second;
-        if (!bundle.bundleID) return nullptr;
-        auto it = byID.find(*bundle.bundleID);
+    // The first running application of this one: by place, else by identifier.
+    const RunningApplication* match(const InstalledApp& app) const {
+        if (auto it = byPlace.find(PathNames::standardizedPath(app.path.native())); it != byPlace.end())
+            return it->second;
+        if (app.id.empty()) return nullptr;
+        auto it = byID.find(app.id);
         return it == byID.end() ? nullptr : it->second;
     }
 
@@ -65,35 +61,29 @@ private:
     std::unordered_map<std::string, const RunningApplication*> byPlace, byID;
 };
 
-asio::awaitable<std::optional<RunningApplication>> open(Workspace& workspace, std::filesystem::path application,
+asio::awaitable<std::optional<RunningApplication>> open(std::shared_ptr<const AppSource> source,
+                                                        std::filesystem::path application,
                                                         std::vector<std::filesystem::path> documents) {
     using Opened = std::optional<RunningApplication>;
     co_return co_await Resumption<Opened>::suspend([&](Resumption<Opened> done) {
-        auto completion = [done](Opened app, std::exception_ptr error) mutable {
+        source->open(application, documents, [done](Opened app, std::exception_ptr error) mutable {
             if (error) done.fail(error);
             else done.resume(std::move(app));
-        };
-        const Workspace::OpenConfiguration configuration{.activates = true};
-        if (documents.empty()) workspace.openApplication(application, configuration, completion);
-        else workspace.openURLs(documents, application, configuration, completion);
+        });
     });
 }
 
 }  // namespace
 
-std::vector<GuestApp> list(const std::filesystem::path& appsDir, Workspace& workspace) {
-    const AppScanner scanner{.options = {.roots = {appsDir}, .includeApple = true, .maxDepth = 1}};
-    const AppScanner::Report report = scanner.scan();
-    const std::vector<RunningApplication> running = workspace.runningApplications();
+std::vector<GuestApp> list(const AppSource& source) {
+    const std::vector<InstalledApp> installed = source.installed();
+    const std::vector<RunningApplication> running = source.running();
     const RunningIndex index(running);
     std::vector<GuestApp> apps;
-    apps.reserve(report.apps.size());
-    for (const auto& bundle : report.apps) {
-        GuestApp app{.bundleID = bundle.bundleID.value_or(""),
-                     .name = bundle.name,
-                     .path = bundle.path,
-                     .version = bundle.version};
-        if (const RunningApplication* match = index.match(bundle)) {
+    apps.reserve(installed.size());
+    for (const auto& entry : installed) {
+        GuestApp app{.bundleID = entry.id, .name = entry.name, .path = entry.path.native(), .version = entry.version};
+        if (const RunningApplication* match = index.match(entry)) {
             app.running = true;
             app.pid = match->processIdentifier;
         }
@@ -102,25 +92,23 @@ std::vector<GuestApp> list(const std::filesystem::path& appsDir, Workspace& work
     return apps;
 }
 
-asio::awaitable<LaunchResult> launch(LaunchRequest request, std::filesystem::path appsDir,
+asio::awaitable<LaunchResult> launch(LaunchRequest request, std::shared_ptr<const AppSource> source,
                                      std::vector<std::filesystem::path> openRoots,
-                                     std::vector<std::filesystem::path> excluded, bool allowSystemLookup,
-                                     std::shared_ptr<Workspace> workspace) {
+                                     std::vector<std::filesystem::path> excluded, bool allowSystemLookup) {
     std::filesystem::path application;
     if (request.path) {
         const std::string path = PathNames::standardizedPath(*request.path);
-        if (!lies(path, appsDir) || PathNames::extension(PathNames::lastComponent(path)) != "app")
-            throw ControlError("forbidden", "can only launch apps from " + PathNames::urlPath(appsDir.native()));
+        if (!source->launchable(path)) throw ControlError("forbidden", "can only launch apps from " + source->place());
         application = path;
     } else if (request.bundleID) {
-        for (const auto& app : list(appsDir, *workspace)) {
-            if (app.bundleID == *request.bundleID) {
+        for (const auto& app : source->installed()) {
+            if (app.id == *request.bundleID) {
                 application = app.path;
                 break;
             }
         }
         if (application.empty() && allowSystemLookup) {
-            if (auto found = workspace->urlForApplication(*request.bundleID)) application = *found;
+            if (auto found = source->lookUp(*request.bundleID)) application = *found;
         }
         if (application.empty()) throw ControlError("notFound", "no app with bundle id " + *request.bundleID);
     } else {
@@ -144,7 +132,7 @@ asio::awaitable<LaunchResult> launch(LaunchRequest request, std::filesystem::pat
         documents.push_back(std::move(*allowed));
     }
 
-    const std::optional<RunningApplication> app = co_await open(*workspace, application, std::move(documents));
+    const std::optional<RunningApplication> app = co_await open(source, application, std::move(documents));
     LaunchResult result;
     if (app && app->bundleIdentifier) result.bundleID = *app->bundleIdentifier;
     else result.bundleID = request.bundleID.value_or("");
@@ -178,11 +166,11 @@ std::optional<std::filesystem::path> allowedDocument(const std::string& path,
     return std::nullopt;
 }
 
-void quit(int32_t pid, const std::filesystem::path& appsDir, Workspace& workspace) {
-    const std::optional<RunningApplication> app = workspace.runningApplication(pid);
-    if (!app || !app->bundleURL || !lies(PathNames::standardizedPath(app->bundleURL->native()), appsDir))
+void quit(int32_t pid, const AppSource& source) {
+    const std::optional<RunningApplication> app = source.running(pid);
+    if (!app || !app->bundleURL || !source.holds(PathNames::standardizedPath(app->bundleURL->native())))
         throw ControlError("forbidden", "not a Tessel app: " + std::to_string(pid));
-    (void)workspace.terminate(pid);
+    (void)source.terminate(pid);
 }
 
 bool rosettaInstalled(const std::filesystem::path& marker) { return fileExists(marker.native()); }

@@ -1,6 +1,5 @@
 #pragma once
 #include <asio/awaitable.hpp>
-
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -8,33 +7,31 @@
 #include <string>
 #include <vector>
 
-#include "Platform/Workspace.h"
+#include "Platform/AppSource.h"
 #include "TslCore/Wire/ControlRecords.h"
 
 namespace tsl {
 
 // The guest's applications as the host sees them, and the trust rules around
-// them: only applications under `appsDir` are launched (by path, or by an
-// identifier listed there; a simulation may also ask the system), documents
-// are opened only inside the open roots, and only applications under
-// `appsDir` are quit. Refusals are ControlError values with the host's texts.
-// No state: the folder and the running list are read afresh on each call.
+// them: only what the source holds is launched (by path, or by an identifier
+// it lists; a simulation may also ask the system), documents are opened only
+// inside the open roots, and only applications the source holds are quit.
+// Refusals are ControlError values with the host's texts. No state: the
+// source and the running list are read afresh on each call.
 namespace AppCatalog {
 
 inline constexpr const char* rosettaMarkerPath = "/Library/Apple/usr/libexec/oah/libRosettaRuntime";
 
-// The direct children of `appsDir`, by name, with their running marks.
-// Never fails: what can't be read isn't listed.
-std::vector<GuestApp> list(const std::filesystem::path& appsDir, Workspace& workspace);
+// What the source offers, in its order, with running marks. Never fails.
+std::vector<GuestApp> list(const AppSource& source);
 
 // Starts the application and opens the documents in it. Suspends in the waits
-// for documents to appear and for the workspace's answer, so the caller's
+// for documents to appear and for the source's answer, so the caller's
 // executor stays free. A refusal at the application or a document has started
-// nothing; an error of the workspace comes through as it came.
-asio::awaitable<LaunchResult> launch(LaunchRequest request, std::filesystem::path appsDir,
+// nothing; an error of the source comes through as it came.
+asio::awaitable<LaunchResult> launch(LaunchRequest request, std::shared_ptr<const AppSource> source,
                                      std::vector<std::filesystem::path> openRoots,
-                                     std::vector<std::filesystem::path> excluded, bool allowSystemLookup,
-                                     std::shared_ptr<Workspace> workspace);
+                                     std::vector<std::filesystem::path> excluded, bool allowSystemLookup);
 
 // The document rule: the fully resolved path when it lies strictly inside a
 // root with no hidden component below that root and isn't taken out by an
@@ -43,9 +40,9 @@ std::optional<std::filesystem::path> allowedDocument(const std::string& path,
                                                      const std::vector<std::filesystem::path>& roots,
                                                      const std::vector<std::filesystem::path>& excluded);
 
-// Asks the application of `pid` to quit, without force, when its bundle lies
-// under `appsDir`; otherwise refuses, the same way for a dead process.
-void quit(int32_t pid, const std::filesystem::path& appsDir, Workspace& workspace);
+// Asks the application of `pid` to quit, without force, when the source holds
+// its application; otherwise refuses, the same way for a dead process.
+void quit(int32_t pid, const AppSource& source);
 
 // Whether anything exists at the runtime's marker; always an answer.
 bool rosettaInstalled(const std::filesystem::path& marker = rosettaMarkerPath);

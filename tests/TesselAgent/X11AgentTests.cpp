@@ -2,7 +2,10 @@
 // host would: listing, window events and window requests, against the
 // test pattern client and xterm.
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
+
+#include <fstream>
 
 #include "Support/AgentTestSupport.h"
 #include "Support/TempDir.h"
@@ -27,9 +30,9 @@ protected:
     }
 
     // Starts the agent listening on `endpoint` and connects a host's control channel to it.
-    void connect(const std::string& endpoint) {
-        agent = std::make_unique<ChildProcess>(agentExecutable(),
-                                               std::vector<std::string>{"--desktop", "x11", "--listen", endpoint});
+    void connect(const std::string& endpoint, const std::vector<std::string>& environment = {}) {
+        agent = std::make_unique<ChildProcess>(
+            agentExecutable(), std::vector<std::string>{"--desktop", "x11", "--listen", endpoint}, environment);
         ASSERT_TRUE(agent->waitForOutput("\n")) << agent->standardError();
         const std::string line = agent->standardOutput();
         const std::string prefix = "TesselAgent listening on ";
@@ -118,6 +121,94 @@ TEST_P(X11AgentTest, UnixSocketIsTheOwnersOnly) {
     ASSERT_EQ(::stat(socket.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0600u);
     EXPECT_TRUE(windows().empty());
+}
+
+TEST_P(X11AgentTest, TheClipboardGoesBothWaysWithoutEchoes) {
+    TempDir dir;
+    connect("unix:" + (dir.path() / "agent.sock").string());
+    const std::string copied = (dir.path() / "copied").string();
+    std::ofstream(copied) << "copied in the guest";
+    display->launch("/usr/bin/xclip", {"-quiet", "-selection", "clipboard", "-i", copied});
+    auto clipboardAt = [&](size_t from) -> std::optional<ClipboardPayload> {
+        for (size_t seen = from;; ++seen) {
+            if (!host->arrived.waitFor(int(seen) + 1)) return std::nullopt;
+            const ControlEnvelope envelope = host->at(seen);
+            if (auto c = envelope.message.get<ControlMessage::Clipboard>()) return c->value;
+        }
+    };
+    std::optional<ClipboardPayload> payload = clipboardAt(0);
+    ASSERT_TRUE(payload);
+    EXPECT_EQ(payload->origin, Hello::Role::agent);
+    ASSERT_EQ(payload->items.size(), 1u);
+    EXPECT_EQ(payload->items[0].type, "public.utf8-plain-text");
+    EXPECT_EQ(std::string(payload->items[0].data.begin(), payload->items[0].data.end()), "copied in the guest");
+
+    const std::string text = "set by the host";
+    ClipboardPayload fromHost;
+    fromHost.items.push_back({"public.utf8-plain-text", Bytes(text.begin(), text.end())});
+    EXPECT_EQ(request(ControlMessage::Clipboard{fromHost}), ControlMessage(ControlMessage::Ok{}));
+    ChildProcess paste("/usr/bin/xclip", {"-selection", "clipboard", "-o"});
+    EXPECT_EQ(paste.wait(), 0);
+    EXPECT_EQ(paste.standardOutput(), text);
+    // The agent's own write is no guest copy: the next one to reach the host is the next real copy.
+    size_t before;
+    {
+        std::lock_guard guard(host->m);
+        before = host->received.size();
+    }
+    std::ofstream(copied) << "copied again";
+    display->launch("/usr/bin/xclip", {"-quiet", "-selection", "clipboard", "-i", copied});
+    payload = clipboardAt(before);
+    ASSERT_TRUE(payload);
+    EXPECT_EQ(std::string(payload->items[0].data.begin(), payload->items[0].data.end()), "copied again");
+}
+
+TEST_P(X11AgentTest, LaunchesAndQuitsApplicationsOfTheDataFolders) {
+    TempDir data;
+    std::filesystem::create_directories(data / "applications");
+    // The title changes once xterm's child runs: from then on a close ends it.
+    std::ofstream(data / "ready.sh") << R"(printf '\033]2;Tsl Ready\007'; exec sleep 600)"
+                                     << "\n";
+    std::filesystem::permissions(data / "ready.sh", std::filesystem::perms::owner_all);
+    std::ofstream(data / "applications" / "tsl-term.desktop")
+        << "[Desktop Entry]\nType=Application\nName=Tsl Term\nExec=xterm -T Tsl-Launched -geometry 40x5+60+60 -e "
+        << (data / "ready.sh").string() << "\n";
+    // The agent's own variable wins over one this process may have.
+    ::unsetenv("XDG_DATA_DIRS");
+    connect("unix:" + (data.path() / "agent.sock").string(), {"XDG_DATA_DIRS=" + data.path().string() + ":/usr/share"});
+    auto listed = [&](const std::string& id) -> std::optional<GuestApp> {
+        const ControlMessage apps = request(ControlMessage::ListApps{});
+        for (const GuestApp& app : apps.get<ControlMessage::AppList>()->value)
+            if (app.bundleID == id) return app;
+        return std::nullopt;
+    };
+    ASSERT_TRUE(listed("debian-xterm"));
+    ASSERT_TRUE(listed("tsl-term"));
+    EXPECT_FALSE(listed("tsl-term")->running);
+
+    const ControlMessage reply = request(ControlMessage::LaunchApp{{.bundleID = "tsl-term"}});
+    ASSERT_TRUE(reply.get<ControlMessage::Launched>());
+    const LaunchResult launched = reply.get<ControlMessage::Launched>()->value;
+    // Its window by pid: the title it starts with lasts only until its child runs.
+    std::optional<X11::ClientWindow> window;
+    display->waitUntil([&] {
+        for (const X11::ClientWindow& w : X11::ClientWindow::list(display->connection()))
+            if (w.pid == launched.pid && w.onScreen()) window = w;
+        return window.has_value();
+    });
+    ASSERT_TRUE(window);
+    EXPECT_TRUE(eventArrives(WindowEvent::Kind::created, window->id));
+    EXPECT_EQ(listed("tsl-term")->pid, launched.pid);
+    // Closed before its child runs, xterm would hang up on nobody and stay.
+    display->connection().watch(window->id);
+    ASSERT_TRUE(display->waitForWindow("Tsl Ready"));
+
+    EXPECT_EQ(request(ControlMessage::QuitApp{launched.pid}), ControlMessage(ControlMessage::Ok{}));
+    EXPECT_TRUE(eventArrives(WindowEvent::Kind::closed, window->id));
+    const bool stillRunning = listed("tsl-term")->running;
+    EXPECT_FALSE(stillRunning);
+    // GIO made it a child of init: nothing else would end it.
+    if (stillRunning) ::kill(launched.pid, SIGKILL);
 }
 
 INSTANTIATE_TEST_SUITE_P(X11, X11AgentTest, ::testing::Bool(),

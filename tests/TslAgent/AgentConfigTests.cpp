@@ -177,7 +177,7 @@ TEST(AgentConfig, X11RunServesTheRealDesktopWithoutATree) {
     const fs::path home = "/home/someone";
     AgentConfig expected(AgentConfig::Mode::listen(SocketEndpoint::tcp("127.0.0.1", 7000)), "/Applications",
                          "/Volumes/My Shared Files/Tessel", "/home/someone/Library/Preferences",
-                         "/home/someone/Library/Application Support", false, false, false, InjectionMode::hid);
+                         "/home/someone/Library/Application Support", false, false, true, InjectionMode::hid);
     expected.openRoots = {"/Volumes/My Shared Files"};
     expected.desktop = AgentConfig::Desktop::x11;
     EXPECT_EQ(AgentConfig::parse({"--listen", "tcp:127.0.0.1:7000", "--desktop", "x11"}, home, false), expected);

@@ -10,6 +10,7 @@
 #include "Support/SimSupport.h"
 #include "Support/TempDir.h"
 #include "TslAgent/AppCatalog.h"
+#include "TslAgent/BundleApps.h"
 #include "TslAgent/GuestDocuments.h"
 #include "TslStream/Agent/SampleApps.h"
 
@@ -49,8 +50,9 @@ struct Guest {
     }
 
     LaunchResult launch(LaunchRequest request, bool allowSystemLookup = false) {
-        return main.runTask(
-            AppCatalog::launch(std::move(request), apps, {share}, {}, allowSystemLookup, workspace), limit);
+        return main.runTask(AppCatalog::launch(std::move(request), std::make_shared<BundleApps>(apps, workspace),
+                                               {share}, {}, allowSystemLookup),
+                            limit);
     }
     std::string refusal(LaunchRequest request, bool allowSystemLookup = false) {
         return thrownBy<ControlError>([&] { launch(std::move(request), allowSystemLookup); }).description();
@@ -67,7 +69,7 @@ TEST(AppCatalog, ListsDirectChildrenByNameWithRunningMarks) {
     const auto copy = versionedBundle(g.elsewhere, "ZetaCopy", "com.example.zeta", "3.1");
     g.desktop->addProcess({.name = "Stranger", .bundleID = "com.example.zeta", .bundleURL = g.dir / "x.app"});
 
-    auto apps = AppCatalog::list(g.apps, *g.workspace);
+    auto apps = AppCatalog::list(BundleApps(g.apps, g.workspace));
     ASSERT_EQ(apps.size(), 2u);  // the subfolder's bundle isn't listed
     EXPECT_EQ(apps[0], (GuestApp{"com.example.alpha", "alpha", alpha.string(), "1.0", false, std::nullopt}));
     EXPECT_EQ(apps[1].name, "Zeta");
@@ -79,11 +81,11 @@ TEST(AppCatalog, ListsDirectChildrenByNameWithRunningMarks) {
     // with the same identifier.
     const int32_t own = *g.desktop->launch(zeta);
     g.desktop->launch(copy);
-    apps = AppCatalog::list(g.apps, *g.workspace);
+    apps = AppCatalog::list(BundleApps(g.apps, g.workspace));
     EXPECT_TRUE(apps[1].running);
     EXPECT_EQ(apps[1].pid, own);
 
-    EXPECT_TRUE(AppCatalog::list(g.dir / "missing", *g.workspace).empty());
+    EXPECT_TRUE(AppCatalog::list(BundleApps(g.dir / "missing", g.workspace)).empty());
 }
 
 TEST(AppCatalog, LaunchesOnlyFromTheApplicationsFolder) {
@@ -184,11 +186,11 @@ TEST(AppCatalog, QuitsOnlyApplicationsUnderTheFolder) {
     const int32_t noBundle = g.desktop->addProcess({.name = "Daemon"});
 
     for (int32_t pid : {outside, noBundle, 4242}) {
-        EXPECT_EQ(thrownBy<ControlError>([&] { AppCatalog::quit(pid, g.apps, *g.workspace); }).description(),
+        EXPECT_EQ(thrownBy<ControlError>([&] { AppCatalog::quit(pid, BundleApps(g.apps, g.workspace)); }).description(),
                   "forbidden: not a Tessel app: " + std::to_string(pid));
     }
     EXPECT_TRUE(g.desktop->process(outside));
-    AppCatalog::quit(inside, g.apps, *g.workspace);
+    AppCatalog::quit(inside, BundleApps(g.apps, g.workspace));
     EXPECT_FALSE(g.desktop->process(inside));
 }
 
@@ -229,12 +231,12 @@ TEST(AppCatalog, SampleApplicationsLaunchByIdentifier) {
     ASSERT_TRUE(placeSampleApps(g.apps));  // what stands there stays
     EXPECT_EQ(readFile(g.apps / "Tsl Scratchpad.app" / "Contents" / "Marker"), "kept");
 
-    auto apps = AppCatalog::list(g.apps, *g.workspace);
+    auto apps = AppCatalog::list(BundleApps(g.apps, g.workspace));
     ASSERT_EQ(apps.size(), 2u);
     EXPECT_EQ(apps[0].name, "Tsl Scratchpad");
     EXPECT_EQ(apps[1].version, "1.0");
     auto result = g.launch({.bundleID = "com.tessel.testpattern"});
     EXPECT_EQ(g.desktop->process(result.pid)->kind, Sim::AppKind::testPattern);
     EXPECT_EQ(g.desktop->windows().at(0).title, "Tsl TestPattern");
-    EXPECT_TRUE(AppCatalog::list(g.apps, *g.workspace)[1].running);
+    EXPECT_TRUE(AppCatalog::list(BundleApps(g.apps, g.workspace))[1].running);
 }

@@ -1,10 +1,13 @@
 #include "Platform/X11/X11Desktop.h"
 
 #include "Platform/X11/X11Accessibility.h"
+#include "Platform/X11/X11DesktopEntries.h"
 #include "Platform/X11/X11EventPoster.h"
+#include "Platform/X11/X11Pasteboard.h"
 #include "Platform/X11/X11ScreenCapture.h"
 #include "Platform/X11/X11WindowServer.h"
 #include "Platform/X11/X11Workspace.h"
+#include "TslCore/Wire/ControlRecords.h"
 
 namespace tsl::X11 {
 
@@ -21,6 +24,8 @@ PlatformServices X11Desktop::services(PlatformServices others) const {
     others.accessibility = std::make_shared<X11Accessibility>(_control, command);
     others.eventPoster = std::make_shared<X11EventPoster>(_control, command);
     others.screenCapture = std::make_shared<X11ScreenCapture>(x);
+    others.pasteboard = std::make_shared<X11Pasteboard>(x, ClipboardPayload::maxBytes);
+    others.applications = std::make_shared<DesktopEntries>(others.workspace, DesktopEntries::systemDataDirs());
     return others;
 }
 

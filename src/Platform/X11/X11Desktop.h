@@ -9,15 +9,16 @@
 
 namespace tsl::X11 {
 
-// A real X display as the agent's desktop: windows, window control, input
-// and capture. The clipboard and the rest come from elsewhere.
+// A real X display as the agent's desktop: windows, window control, input,
+// capture, the clipboard and the desktop entries' applications. The rest
+// comes from elsewhere.
 class X11Desktop {
 public:
     // Throws OpenError naming what is missing. An empty name means $DISPLAY.
     static std::shared_ptr<X11Desktop> open(const std::string& display, CommandKey command = CommandKey::control);
 
-    // `others` with its window server, workspace, Accessibility and event
-    // poster replaced by this display's.
+    // `others` with its window server, workspace, Accessibility, event
+    // poster, capture, pasteboard and applications replaced by this display's.
     PlatformServices services(PlatformServices others) const;
 
     const std::shared_ptr<Connection>& connection() const { return x; }
