@@ -10,6 +10,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -21,7 +22,7 @@ namespace tsl::test {
 // at the end of scope if still running.
 class ChildProcess {
 public:
-    // `environment` adds NAME=value entries to this process's own.
+    // `environment`'s NAME=value entries replace or add to this process's own.
     explicit ChildProcess(const std::string& program, const std::vector<std::string>& args,
                           const std::vector<std::string>& environment = {}) {
         int out[2], err[2];
@@ -34,7 +35,14 @@ public:
         for (auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
         argv.push_back(nullptr);
         std::vector<char*> envp;
-        for (char** e = environ; *e; ++e) envp.push_back(*e);
+        auto given = [&](std::string_view entry) {
+            const std::string_view name = entry.substr(0, entry.find('=') + 1);
+            for (const auto& e : environment)
+                if (std::string_view(e).substr(0, e.find('=') + 1) == name) return true;
+            return false;
+        };
+        for (char** e = environ; *e; ++e)
+            if (!given(*e)) envp.push_back(*e);
         for (auto& e : environment) envp.push_back(const_cast<char*>(e.c_str()));
         envp.push_back(nullptr);
         int rc = ::posix_spawn(&_pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());

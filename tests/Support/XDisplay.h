@@ -59,9 +59,10 @@ public:
         return x->waitUntil(done, std::chrono::steady_clock::now() + limit);
     }
 
-    // Starts a client; it ends with the fixture.
+    // Starts a client on this display, whichever DISPLAY names; it ends with the fixture.
     ChildProcess& launch(const std::string& program, const std::vector<std::string>& arguments) {
-        clients.push_back(std::make_unique<ChildProcess>(program, arguments));
+        clients.push_back(
+            std::make_unique<ChildProcess>(program, arguments, std::vector<std::string>{"DISPLAY=" + _name}));
         return *clients.back();
     }
     ChildProcess& launchPattern(int x, int y, double fps = 30) {

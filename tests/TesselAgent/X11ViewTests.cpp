@@ -2,8 +2,10 @@
 // ways round: the host dialling a listening agent, and an agent dialling a
 // listening host. Headless, as on a machine without a display.
 #include <gtest/gtest.h>
+#include <xcb/xfixes.h>
 #include <xcb/xtest.h>
 
+#include <fstream>
 #include <nlohmann/json.hpp>
 
 #include "Support/ChildProcess.h"
@@ -71,9 +73,26 @@ TEST(X11View, WaitsForAnAgentThatDialsIn) {
     EXPECT_NE(view->standardOutput().find("input-to-pixel p50 / floor"), std::string::npos);
 }
 
+// Waits on `d` wake when its clipboard changes hands.
+void watchClipboard(XDisplay& d) {
+    xcb_connection_t* c = d.connection().raw();
+    std::free(xcb_xfixes_query_version_reply(c, xcb_xfixes_query_version(c, 5, 0), nullptr));
+    xcb_xfixes_select_selection_input(c, d.connection().root(), d.connection().atom("CLIPBOARD"),
+                                      XCB_XFIXES_SELECTION_EVENT_MASK_SET_SELECTION_OWNER);
+    d.connection().flush();
+}
+
+// The clipboard's text as xclip reads it on `d`.
+std::string clipboardOf(XDisplay& d) {
+    ChildProcess paste("/usr/bin/xclip", {"-selection", "clipboard", "-o"}, {"DISPLAY=" + d.name()});
+    paste.wait();
+    return paste.standardOutput();
+}
+
 // The agent on display A, tessel view on display B: the view shows the
 // pattern at its size, F1 pressed on B turns the square white on both, host
-// windows follow the guest's, and a host window's new size goes to the guest.
+// windows follow the guest's, a host window's new size goes to the guest,
+// and the two clipboards keep in step.
 TEST(X11View, ShowsTheGuestOnAnotherDisplayAndTakesItsKeys) {
     Guest g;  // display A; DISPLAY names it until B starts
     ASSERT_TRUE(g.patternShown());
@@ -131,6 +150,16 @@ TEST(X11View, ShowsTheGuestOnAnotherDisplayAndTakesItsKeys) {
         auto now = g.display.ask(pattern->id);
         return now && now->bounds.width == 420 && now->bounds.height == 300;
     }));
+
+    // The clipboards keep in step, both ways.
+    watchClipboard(g.display);
+    watchClipboard(b);
+    std::ofstream(g.dir / "guest.txt") << "copied on the guest";
+    g.display.launch("/usr/bin/xclip", {"-quiet", "-selection", "clipboard", "-i", (g.dir / "guest.txt").string()});
+    EXPECT_TRUE(b.waitUntil([&] { return clipboardOf(b) == "copied on the guest"; })) << view.standardError();
+    std::ofstream(g.dir / "host.txt") << "copied on the host";
+    b.launch("/usr/bin/xclip", {"-quiet", "-selection", "clipboard", "-i", (g.dir / "host.txt").string()});
+    EXPECT_TRUE(g.display.waitUntil([&] { return clipboardOf(g.display) == "copied on the host"; }));
 
     // Ctrl-C closes everything and counts as a success.
     view.signal(SIGINT);
