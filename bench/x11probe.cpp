@@ -40,7 +40,7 @@
 #include "TslCore/Measure/TestPattern.h"
 
 using Clock = std::chrono::steady_clock;
-namespace spec = tsl::TestPatternSpec;
+namespace pattern = tsl::TestPatternSpec;
 
 namespace {
 
@@ -237,11 +237,11 @@ double meanLuma(const uint32_t* pixels, size_t count) {
     return count ? sum / double(count) : 0;
 }
 
-constexpr int inset = 8, side = int(spec::squareSize) - 2 * inset;  // 48
+constexpr int inset = 8, side = int(pattern::squareSize) - 2 * inset;  // 48
 
 std::optional<double> squareLuma(Screen& screen, std::pair<int, int> at) {
     const uint32_t* p =
-        screen.read(at.first + int(spec::squareX) + inset, at.second + int(spec::squareY) + inset, side, side);
+        screen.read(at.first + int(pattern::squareX) + inset, at.second + int(pattern::squareY) + inset, side, side);
     if (!p) return std::nullopt;
     return meanLuma(p, size_t(side) * side);
 }
@@ -251,7 +251,7 @@ std::optional<Clock::time_point> waitForSquare(Screen& screen, std::pair<int, in
     const auto limit = Clock::now() + std::chrono::seconds(2);
     for (auto next = Clock::now(); Clock::now() < limit; next += std::chrono::microseconds(500)) {
         auto l = squareLuma(screen, at);
-        if (l && (*l > spec::whiteThreshold) == white) return Clock::now();
+        if (l && (*l > pattern::whiteThreshold) == white) return Clock::now();
         std::this_thread::sleep_until(next + std::chrono::microseconds(500));
     }
     return std::nullopt;
@@ -259,13 +259,13 @@ std::optional<Clock::time_point> waitForSquare(Screen& screen, std::pair<int, in
 
 // The counter's low 16 bits, from the middle of each cell.
 std::optional<uint32_t> counter(Screen& screen, std::pair<int, int> at) {
-    const int width = int(spec::barcodeCell) * spec::barcodeBits;
-    const int y = at.second + int(spec::barcodeY + spec::barcodeHeight / 2);
-    const uint32_t* p = screen.read(at.first + int(spec::barcodeX), y, width, 1);
+    const int width = int(pattern::barcodeCell) * pattern::barcodeBits;
+    const int y = at.second + int(pattern::barcodeY + pattern::barcodeHeight / 2);
+    const uint32_t* p = screen.read(at.first + int(pattern::barcodeX), y, width, 1);
     if (!p) return std::nullopt;
     uint32_t value = 0;
-    for (int i = 0; i < spec::barcodeBits; ++i) {
-        if (luma(p[int((i + 0.5) * spec::barcodeCell)]) > 128) value |= 1u << i;
+    for (int i = 0; i < pattern::barcodeBits; ++i) {
+        if (luma(p[int((i + 0.5) * pattern::barcodeCell)]) > 128) value |= 1u << i;
     }
     return value;
 }
@@ -287,11 +287,11 @@ int main(int argc, char** argv) {
     }
     std::optional<xcb_window_t> window;
     for (auto limit = Clock::now() + std::chrono::seconds(30); !window && Clock::now() < limit;) {
-        window = screen.find(screen.root(), std::string(spec::windowTitle));
+        window = screen.find(screen.root(), std::string(pattern::windowTitle));
         if (!window) std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     if (!window) {
-        std::fprintf(stderr, "x11probe: no window titled %s\n", std::string(spec::windowTitle).c_str());
+        std::fprintf(stderr, "x11probe: no window titled %s\n", std::string(pattern::windowTitle).c_str());
         return 1;
     }
     screen.focus(*window);

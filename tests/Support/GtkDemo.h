@@ -24,13 +24,8 @@ struct GtkDemo {
         display.launch("/usr/bin/gtk3-demo-application", {});
         auto window = display.waitForWindow(title);
         if (!window || !window->pid) return std::nullopt;
-        // Nothing announces that the application has joined the bus: look
-        // again until it has, briefly apart.
-        const auto deadline = std::chrono::steady_clock::now() + XDisplay::limit;
-        while (!states(*window->pid, "Bold")) {
-            if (std::chrono::steady_clock::now() > deadline) return std::nullopt;
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
+        // Nothing announces that the application has joined the bus.
+        if (!eventually([&] { return states(*window->pid, "Bold").has_value(); })) return std::nullopt;
         return window;
     }
 
