@@ -1,6 +1,9 @@
 // `tessel migrate`, and what a reader of the share sees while staging is killed.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
@@ -93,11 +96,22 @@ TEST(TesselMigrate, AKilledStagingNeverShowsAPartialFolder) {
     const fs::path staged = heavy.share / "Migrate" / bundleID;
     std::atomic<bool> done{false};
     std::atomic<size_t> complete{0}, partial{0};
+    // A walk counts only when the same folder stood in the share before and
+    // after it: a folder taken out and emptied meanwhile is no longer shown.
+    // The open descriptor keeps its inode from being reused.
     std::thread reader([&] {
         while (!done) {
             std::this_thread::yield();
-            if (!fs::exists(staged)) continue;
-            if (const auto n = countFiles(staged)) (*n == heavy.files ? complete : partial)++;
+            const int fd = ::open(staged.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+            if (fd < 0) continue;
+            struct stat before {
+            }, after{};
+            const bool opened = ::fstat(fd, &before) == 0;
+            const auto n = countFiles(staged);
+            if (opened && n && ::stat(staged.c_str(), &after) == 0 && after.st_ino == before.st_ino &&
+                after.st_dev == before.st_dev)
+                (*n == heavy.files ? complete : partial)++;
+            ::close(fd);
         }
     });
 

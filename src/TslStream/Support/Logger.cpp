@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdio>
 #include <mutex>
+#include <vector>
 
 namespace tsl {
 namespace {
@@ -19,6 +20,10 @@ std::shared_ptr<spdlog::logger> backendFor(const std::string& name) {
     auto logger = spdlog::stderr_logger_mt(name);
     logger->set_pattern("%Y-%m-%d %H:%M:%S.%e [%n] %l: %v");
     logger->set_level(spdlog::level::info);
+    // Threads still draining a connection may log while statics are torn down
+    // at exit: the registry lets go of its loggers then, so they are kept here.
+    static auto* kept = new std::vector<std::shared_ptr<spdlog::logger>>;
+    kept->push_back(logger);
     return logger;
 }
 
