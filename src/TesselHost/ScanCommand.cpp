@@ -44,7 +44,7 @@ std::string archList(const AppBundleInfo& app) {
     return out;
 }
 
-void printTable(const AppScanner::Report& report) {
+void printScanTable(const AppScanner::Report& report) {
     std::printf("%s", L("%@ applications", {std::to_string(report.apps.size())}).c_str());
     for (const ArchClass c : allArchClasses)
         if (const size_t n = report.count(c))
@@ -87,7 +87,7 @@ ExitStatus runScan(const ScanArguments& args) {
         report = scanner.scan(progressCallback(line));
     }
     if (args.json) printJSON(report);
-    else printTable(report);
+    else printScanTable(report);
     return ExitStatus::success;
 }
 

@@ -24,7 +24,7 @@
 namespace tsl::host {
 namespace {
 
-constexpr double requestTimeout = 10.0;
+constexpr double setupRequestTimeout = 10.0;
 // An agent's status is a few hundred bytes; a file far larger is none.
 constexpr size_t statusFileLimit = 1 << 20;
 
@@ -59,14 +59,14 @@ AgentStatus askAgent(const SocketEndpoint& endpoint) {
         hello.softwareVersion = std::string(TesselVersion::string);
         hello.arch = std::string(TesselVersion::arch);
         hello.capabilities = {std::string(rawValue(Channel::control))};
-        const auto limit = fromSeconds(requestTimeout + 5);
+        const auto limit = fromSeconds(setupRequestTimeout + 5);
         const ControlMessage greeting = runBlocking(
-            GlobalQueue::executor(), channel->request(ControlMessage::Hello{hello}, requestTimeout), limit);
+            GlobalQueue::executor(), channel->request(ControlMessage::Hello{hello}, setupRequestTimeout), limit);
         const auto* agentHello = greeting.get<ControlMessage::Hello>();
         if (!agentHello || agentHello->value.role != Hello::Role::agent)
             throw CommandFailure("the peer at " + endpoint.description() + " is not an agent");
-        const ControlMessage reply =
-            runBlocking(GlobalQueue::executor(), channel->request(ControlMessage::Status{}, requestTimeout), limit);
+        const ControlMessage reply = runBlocking(
+            GlobalQueue::executor(), channel->request(ControlMessage::Status{}, setupRequestTimeout), limit);
         const auto* status = reply.get<ControlMessage::Status>();
         if (!status || !status->value) throw CommandFailure("the agent answered `status` without one");
         channel->close();

@@ -6,6 +6,7 @@
 
 #include "TesselHost/SimChart.h"
 #include "TslCore/Measure/Stats.h"
+#include "TslCore/Measure/SvgPanel.h"
 #include "TslCore/Support/Error.h"
 #include "TslCore/Support/FileTree.h"
 #include "TslCore/Support/HomeDirectory.h"
@@ -23,11 +24,7 @@ std::string ms(const std::optional<double>& v) {
     return text;
 }
 
-std::string fixed(double v, int digits) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.*f", digits, v);
-    return text;
-}
+using svg::fixed;
 
 nlohmann::json optional(const std::optional<double>& v) { return v ? nlohmann::json(*v) : nlohmann::json(); }
 

@@ -101,7 +101,7 @@ ExitStatus runShow(const StateArguments& args) {
     return sound(loaded) ? ExitStatus::success : ExitStatus::failure;
 }
 
-ExitStatus runCheck(const StateArguments& args) {
+ExitStatus runStateCheck(const StateArguments& args) {
     const StateStore store = args.choice.store();
     const auto loaded = store.inspect();
     if (args.json) printJSON(loadJSON(store, loaded));
@@ -126,7 +126,7 @@ void addStateCommand(CLI::App& app, ExitStatus& status) {
         state->add_subcommand("check", "Say whether the state file loads; status 1 when it is damaged or unreadable");
     addStateFileOptions(*check, args->choice);
     check->add_flag("--json", args->json, "Print the outcome as JSON");
-    setAction(check, status, [args] { return runCheck(*args); });
+    setAction(check, status, [args] { return runStateCheck(*args); });
 }
 
 }  // namespace tsl::host

@@ -26,9 +26,9 @@
 namespace tsl::host {
 namespace {
 
-std::atomic<bool> interrupted{false};
+std::atomic<bool> viewInterrupted{false};
 
-void onSignal(int) { interrupted = true; }
+void onViewSignal(int) { viewInterrupted = true; }
 
 struct ViewArguments {
     AgentAddress address;
@@ -44,13 +44,13 @@ struct ViewArguments {
     bool json = false;
 };
 
-bool displayPresent() {
+bool viewDisplayPresent() {
     for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "SDL_VIDEODRIVER"})
         if (const char* v = std::getenv(name); v && *v) return true;
     return false;
 }
 
-bool chosen(const GuestWindow& w, const std::string& wanted) {
+bool isChosen(const GuestWindow& w, const std::string& wanted) {
     if (wanted.empty()) return true;
     return std::to_string(w.windowID) == wanted || w.title == wanted;
 }
@@ -177,17 +177,17 @@ int runView(ViewArguments& args) {
     o.fps = args.fps, o.scale = args.scale, o.measure = args.measure, o.duration = args.duration, o.out = args.out;
     o.json = args.json;
     struct sigaction action {};
-    action.sa_handler = onSignal;
+    action.sa_handler = onViewSignal;
     ::sigaction(SIGINT, &action, nullptr);
     ::sigaction(SIGTERM, &action, nullptr);
 
-    const bool shown = !args.headless && displayPresent() && StreamView::displayAvailable();
+    const bool shown = !args.headless && viewDisplayPresent() && StreamView::displayAvailable();
     if (!args.headless && !shown) std::cerr << "tessel view: no display; running headless\n";
 
     std::unique_ptr<HostSession> session;
     FrameMailbox mailbox(shown);
     try {
-        session = std::make_unique<HostSession>(reachAgent(args.address, interrupted),
+        session = std::make_unique<HostSession>(reachAgent(args.address, viewInterrupted),
                                                 StreamSettings{o.codec, o.fps, o.scale});
         session->begin(
             [&mailbox, shown](uint32_t window, std::shared_ptr<PixelBuffer> picture, double scale) {
@@ -198,7 +198,7 @@ int runView(ViewArguments& args) {
         Views views(*session, shown);
         uint32_t pattern = 0;
         for (const GuestWindow& w : session->windows()) {
-            if (!chosen(w, args.window)) continue;
+            if (!isChosen(w, args.window)) continue;
             views.open(w);
             if (w.title == TestPatternSpec::windowTitle && !pattern) pattern = w.windowID;
         }
@@ -207,7 +207,7 @@ int runView(ViewArguments& args) {
             if (!pattern) throw Error("no guest window shows the test pattern to measure");
             session->measureWindow(pattern);
             const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-            while (session->patternFrames() == 0 && !interrupted && std::chrono::steady_clock::now() < deadline)
+            while (session->patternFrames() == 0 && !viewInterrupted && std::chrono::steady_clock::now() < deadline)
                 std::this_thread::sleep_for(std::chrono::milliseconds(10));
             if (session->patternFrames() == 0) throw Error("no frame of the test pattern arrived");
         }
@@ -216,13 +216,13 @@ int runView(ViewArguments& args) {
         if (shown) clipboard.emplace(*session);
         std::atomic<bool> measured{o.measure == 0};
         std::thread measurer([&] {
-            session->measureRoundTrips(o.measure, o.fps, interrupted);
+            session->measureRoundTrips(o.measure, o.fps, viewInterrupted);
             measured = true;
         });
         const auto start = std::chrono::steady_clock::now();
         auto lastStats = start, lastClipboard = start;
         SimFigures before = session->figures();
-        while (!interrupted) {
+        while (!viewInterrupted) {
             // Woken by mail; the limit keeps the periodic work below going.
             if (!mailbox.wait(std::chrono::milliseconds(50))) break;
             FrameMailbox::Mail mail = mailbox.take();
@@ -231,7 +231,7 @@ int runView(ViewArguments& args) {
                     const GuestWindow& w = event->value.window;
                     using Kind = WindowEvent::Kind;
                     if ((event->value.kind == Kind::created || event->value.kind == Kind::restored) &&
-                        !views.has(w.windowID) && chosen(w, args.window) && w.isOnScreen) {
+                        !views.has(w.windowID) && isChosen(w, args.window) && w.isOnScreen) {
                         // A window may go again before its stream starts; the others go on.
                         try {
                             views.open(w);
@@ -265,7 +265,7 @@ int runView(ViewArguments& args) {
             const bool timeUp = o.duration > 0 && now - start > std::chrono::duration<double>(o.duration);
             if (measured && (o.measure > 0 || o.duration > 0) && (o.duration == 0 || timeUp)) break;
         }
-        interrupted = true;  // ends the measurer early if the user quit
+        viewInterrupted = true;  // ends the measurer early if the user quit
         measurer.join();
     } catch (const std::exception& e) {
         if (session) session->stop();

@@ -15,7 +15,7 @@ constexpr double pressTimeout = 0.6;   // seconds for the item to turn enabled
 constexpr auto menusHiddenDuringPress = 1500ms;
 constexpr auto menusHiddenAfterPress = 300ms;
 
-std::string describe(const std::vector<int64_t>& path) {
+std::string describePath(const std::vector<int64_t>& path) {
     std::string out = "[";
     for (size_t i = 0; i < path.size(); ++i) out += (i ? ", " : "") + std::to_string(path[i]);
     return out + "]";
@@ -32,7 +32,7 @@ asio::awaitable<ControlMessage> AgentService::getMenu(ControlMessage request) {
 asio::awaitable<ControlMessage> AgentService::pressMenu(ControlMessage request) {
     const auto press = *request.get<ControlMessage::PressMenu>();
     const int32_t pid = press.pid;
-    const std::string path = describe(press.path);
+    const std::string path = describePath(press.path);
     tracking.hideMenusOf[pid] = WindowTracker::Clock::now() + menusHiddenDuringPress;
     co_await AX::activateAndSettle(platform, pid, settleTimeout);
 

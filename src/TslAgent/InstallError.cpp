@@ -3,7 +3,8 @@
 namespace tsl {
 namespace {
 
-std::string describe(InstallError::Kind kind, const std::string& subject, const std::optional<std::string>& found) {
+std::string describeInstall(InstallError::Kind kind, const std::string& subject,
+                            const std::optional<std::string>& found) {
     using Kind = InstallError::Kind;
     switch (kind) {
         case Kind::outsideShare: return "path is outside the shared folder: " + subject;
@@ -18,6 +19,9 @@ std::string describe(InstallError::Kind kind, const std::string& subject, const 
 }  // namespace
 
 InstallError::InstallError(Kind kind, std::string subject, std::optional<std::string> found)
-    : Error(describe(kind, subject, found)), _kind(kind), _subject(std::move(subject)), _found(std::move(found)) {}
+    : Error(describeInstall(kind, subject, found)),
+      _kind(kind),
+      _subject(std::move(subject)),
+      _found(std::move(found)) {}
 
 }  // namespace tsl

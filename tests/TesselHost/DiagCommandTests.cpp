@@ -22,25 +22,25 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const std::string& tessel = tsl::test::tesselExecutable();
+const std::string& tesselExe = tsl::test::tesselExecutable();
 const int64_t now = 1790000000;
 const std::string nowText = std::to_string(now);
 
-struct Run {
+struct DiagRun {
     std::optional<int> status;
     std::string out, err;
 };
 
-Run runTessel(const std::vector<std::string>& args) {
-    test::ChildProcess child(tessel, args);
-    Run run;
+DiagRun runDiag(const std::vector<std::string>& args) {
+    test::ChildProcess child(tesselExe, args);
+    DiagRun run;
     run.status = child.wait();
     run.out = child.standardOutput();
     run.err = child.standardError();
     return run;
 }
 
-fs::path writeFile(const fs::path& path, const std::string& text) {
+fs::path writeDiagFile(const fs::path& path, const std::string& text) {
     std::ofstream(path, std::ios::binary) << text;
     return path;
 }
@@ -59,8 +59,8 @@ json batch(const json& events) {
 
 TEST(TesselDiag, SchemaPrintsTheGeneratedDocument) {
     for (const bool compact : {false, true}) {
-        const auto run = runTessel(compact ? std::vector<std::string>{"diag", "schema", "--json"}
-                                           : std::vector<std::string>{"diag", "schema"});
+        const auto run = runDiag(compact ? std::vector<std::string>{"diag", "schema", "--json"}
+                                         : std::vector<std::string>{"diag", "schema"});
         ASSERT_EQ(run.status, 0) << run.err;
         EXPECT_EQ(SchemaNode::parseFile(run.out).defs, DiagnosticsSchemaFile::defs());
     }
@@ -68,24 +68,26 @@ TEST(TesselDiag, SchemaPrintsTheGeneratedDocument) {
 
 TEST(TesselDiag, ValidatePrintsTheFirstProblem) {
     test::TempDir dir;
-    const auto good = writeFile(dir / "good.json", batch(json::array({setupEvent()})).dump());
-    auto run = runTessel({"diag", "validate", good, "--now", nowText});
+    const auto good = writeDiagFile(dir / "good.json", batch(json::array({setupEvent()})).dump());
+    auto run = runDiag({"diag", "validate", good, "--now", nowText});
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.out, "valid\n");
 
-    const auto late = writeFile(dir / "late.json", batch(json::array({setupEvent(), setupEvent(now + 301)})).dump());
-    run = runTessel({"diag", "validate", late, "--now", nowText});
+    const auto late =
+        writeDiagFile(dir / "late.json", batch(json::array({setupEvent(), setupEvent(now + 301)})).dump());
+    run = runDiag({"diag", "validate", late, "--now", nowText});
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.out, "events[1].at: out of range\n");
-    run = runTessel({"diag", "validate", late, "--now", nowText, "--json"});
+    run = runDiag({"diag", "validate", late, "--now", nowText, "--json"});
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(json::parse(run.out), (json{{"valid", false}, {"field", "events[1].at"}, {"reason", "out of range"}}));
 
-    const auto report = writeFile(dir / "report.json", R"({"app":{"version":"1","build":"2026.1.1"},"category":"other","text":" \u0001 "})");
-    run = runTessel({"diag", "validate", "--report", report});
+    const auto report = writeDiagFile(
+        dir / "report.json", R"({"app":{"version":"1","build":"2026.1.1"},"category":"other","text":" \u0001 "})");
+    run = runDiag({"diag", "validate", "--report", report});
     EXPECT_EQ(run.out, "text: must be 1–5000 characters after cleaning\n");
 
-    run = runTessel({"diag", "validate", (dir / "missing.json").string()});
+    run = runDiag({"diag", "validate", (dir / "missing.json").string()});
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.err, "tessel diag validate: " + (dir / "missing.json").string() + ": No such file or directory\n");
 }
@@ -93,34 +95,37 @@ TEST(TesselDiag, ValidatePrintsTheFirstProblem) {
 TEST(TesselDiag, QueueRoundTripForASender) {
     test::TempDir dir;
     const std::string q = (dir / "queue").string();
-    const auto event = writeFile(dir / "event.json", setupEvent().dump());
-    for (int i = 0; i < 3; ++i) ASSERT_EQ(runTessel({"diag", "queue", "--dir", q, "add", event, "--now", nowText}).status, 0);
-    const auto personal = writeFile(dir / "personal.json", setupEvent(now - 36000000).dump());
-    auto run = runTessel({"diag", "queue", "--dir", q, "add", personal, "--now", nowText});
+    const auto event = writeDiagFile(dir / "event.json", setupEvent().dump());
+    for (int i = 0; i < 3; ++i)
+        ASSERT_EQ(runDiag({"diag", "queue", "--dir", q, "add", event, "--now", nowText}).status, 0);
+    const auto personal = writeDiagFile(dir / "personal.json", setupEvent(now - 36000000).dump());
+    auto run = runDiag({"diag", "queue", "--dir", q, "add", personal, "--now", nowText});
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(run.err.find("refused"), std::string::npos);
-    EXPECT_EQ(runTessel({"diag", "queue", "--dir", q, "add", writeFile(dir / "bad.json", "{}"), "--now", nowText}).status, 1);
+    EXPECT_EQ(
+        runDiag({"diag", "queue", "--dir", q, "add", writeDiagFile(dir / "bad.json", "{}"), "--now", nowText}).status,
+        1);
 
-    run = runTessel({"diag", "queue", "--dir", q, "next", "--json", "--now", nowText});
+    run = runDiag({"diag", "queue", "--dir", q, "next", "--json", "--now", nowText});
     ASSERT_EQ(run.status, 0) << run.err;
     const json next = json::parse(run.out);
     EXPECT_EQ(next["consumed"], 3);
     const std::string id = next["id"];
     EXPECT_EQ(json::parse(next["body"].get<std::string>())["events"].size(), 3u);
     // Until it is acknowledged, the batch keeps its identifier.
-    run = runTessel({"diag", "queue", "--dir", q, "next", "--json", "--now", nowText});
+    run = runDiag({"diag", "queue", "--dir", q, "next", "--json", "--now", nowText});
     EXPECT_EQ(json::parse(run.out)["id"], id);
 
-    EXPECT_EQ(runTessel({"diag", "queue", "--dir", q, "delivered", "other"}).status, 1);
+    EXPECT_EQ(runDiag({"diag", "queue", "--dir", q, "delivered", "other"}).status, 1);
     // One identifier in 64 begins with "-": an identifier still, not an option.
-    run = runTessel({"diag", "queue", "--dir", q, "delivered", "-QBnhFdHmWjE54_DwDLSlA"});
+    run = runDiag({"diag", "queue", "--dir", q, "delivered", "-QBnhFdHmWjE54_DwDLSlA"});
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(run.err.find("no batch in flight with the identifier -QBnhFdHmWjE54_DwDLSlA"), std::string::npos);
-    run = runTessel({"diag", "queue", "--dir", q, "delivered", id});
+    run = runDiag({"diag", "queue", "--dir", q, "delivered", id});
     EXPECT_EQ(run.status, 0) << run.err;
-    run = runTessel({"diag", "queue", "--dir", q, "list", "--json"});
+    run = runDiag({"diag", "queue", "--dir", q, "list", "--json"});
     EXPECT_EQ(json::parse(run.out), (json{{"events", json::array()}, {"reports", json::array()}}));
-    run = runTessel({"diag", "queue", "--dir", q, "list"});
+    run = runDiag({"diag", "queue", "--dir", q, "list"});
     EXPECT_EQ(run.out, "0 events\n0 reports\n");
 }
 
@@ -132,12 +137,12 @@ TEST(TesselDiag, QueueSurvivesWritersKilledAtAnyMoment) {
         for (int64_t i = 0; i < 300; ++i)
             queue.append(json(setupEvent(now - i)).get<DiagnosticEvent>(), now);  // a long file: a long write
     }
-    const auto event = writeFile(dir / "event.json", setupEvent().dump());
+    const auto event = writeDiagFile(dir / "event.json", setupEvent().dump());
     const std::vector<std::string> args{"diag", "queue", "--dir", folder.string(), "add", event.string(), "--now", nowText};
 
     // How long one whole append takes here; kills fall anywhere inside it.
     const auto t0 = std::chrono::steady_clock::now();
-    ASSERT_EQ(runTessel(args).status, 0);
+    ASSERT_EQ(runDiag(args).status, 0);
     const auto whole = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - t0);
     std::mt19937 random(20261123);
     std::uniform_int_distribution<int64_t> moment(0, whole.count() * 5 / 4);
@@ -145,7 +150,7 @@ TEST(TesselDiag, QueueSurvivesWritersKilledAtAnyMoment) {
     size_t count = 301, completed = 0;
     for (int round = 0; round < 80; ++round) {
         {
-            test::ChildProcess child(tessel, args);
+            test::ChildProcess child(tesselExe, args);
             std::this_thread::sleep_for(std::chrono::microseconds(moment(random)));
             if (child.wait(std::chrono::milliseconds(0))) ++completed;
         }  // killed here unless it has ended

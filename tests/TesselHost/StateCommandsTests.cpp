@@ -30,7 +30,7 @@ struct Run {
     json parsed() const { return json::parse(out); }
 };
 
-Run runTessel(const std::vector<std::string>& args) {
+Run runState(const std::vector<std::string>& args) {
     ChildProcess child(tessel, args);
     Run run;
     run.status = child.wait();
@@ -73,17 +73,17 @@ TEST(TesselState, ShowPrintsTheOutcomeAndTheStateInItsFileForm) {
     TempDir dir;
     const auto file = (dir / "state.json").string();
     StateStore(file).save(keptTwo());
-    auto run = runTessel({"state", "show", "--file", file, "--json"});
+    auto run = runState({"state", "show", "--file", file, "--json"});
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(run.parsed().at("outcome"), "loaded");
     EXPECT_EQ(run.parsed().at("state"), json::parse(readFile(file)));
 
-    run = runTessel({"state", "show", "--file", file});
+    run = runState({"state", "show", "--file", file});
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_NE(run.out.find(file + ": loaded"), std::string::npos) << run.out;
     EXPECT_NE(run.out.find("Kept applications: 2"), std::string::npos) << run.out;
 
-    run = runTessel({"state", "check", "--file", (dir / "none.json").string()});
+    run = runState({"state", "check", "--file", (dir / "none.json").string()});
     EXPECT_EQ(run.status, 0) << "a missing file is no damage";
 }
 
@@ -92,26 +92,26 @@ TEST(TesselState, ShowAndCheckReportDamageAndLeaveTheFileAsItIs) {
     const auto file = (dir / "state.json").string();
     writeFile(file, "{\"onboardingDone\": tru");
     for (const char* command : {"show", "check"}) {
-        auto run = runTessel({"state", command, "--state", file, "--json"});
+        auto run = runState({"state", command, "--state", file, "--json"});
         EXPECT_EQ(run.status, 1) << command;
         EXPECT_EQ(run.parsed().at("outcome"), "damaged") << command;
         EXPECT_FALSE(run.parsed().contains("state")) << command;
         EXPECT_EQ(readFile(file), "{\"onboardingDone\": tru") << command;
         EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1) << command << " moved it";
     }
-    auto run = runTessel({"beta", "--state", file});
+    auto run = runState({"beta", "--state", file});
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.err, "tessel beta: " + file + ": damaged; left as it is\n");
 
     std::filesystem::remove(file);
     std::filesystem::create_directories(file);
-    run = runTessel({"state", "check", "--file", file});
+    run = runState({"state", "check", "--file", file});
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(run.out.find("unreadable"), std::string::npos) << run.out;
     EXPECT_TRUE(std::filesystem::is_directory(file)) << "left where it is";
 
-    EXPECT_EQ(runTessel({"state"}).status, 2);
-    EXPECT_EQ(runTessel({"state", "show", "--bogus"}).status, 2);
+    EXPECT_EQ(runState({"state"}).status, 2);
+    EXPECT_EQ(runState({"state", "show", "--bogus"}).status, 2);
 }
 
 TEST(TesselSetup, StepAndChecklistFromAStatusFile) {
@@ -119,16 +119,16 @@ TEST(TesselSetup, StepAndChecklistFromAStatusFile) {
     const auto state = (dir / "state.json").string();
     const auto status = dir / "status.json";
 
-    auto run = runTessel({"setup", "--state", state, "--json"});
+    auto run = runState({"setup", "--state", state, "--json"});
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(run.parsed().at("step"), "download");
-    EXPECT_EQ(runTessel({"setup", "--state", state, "--restore-image", "--json"}).parsed().at("step"), "install");
-    run = runTessel({"setup", "--state", state, "--vm-installed", "--json"});
+    EXPECT_EQ(runState({"setup", "--state", state, "--restore-image", "--json"}).parsed().at("step"), "install");
+    run = runState({"setup", "--state", state, "--vm-installed", "--json"});
     EXPECT_EQ(run.parsed().at("step"), "firstStart");
     EXPECT_EQ(run.parsed().at("guide").size(), 4u);
 
     writeStatus(status, granted(false));
-    run = runTessel({"setup", "--state", state, "--status", status.string(), "--json"});
+    run = runState({"setup", "--state", state, "--status", status.string(), "--json"});
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(run.parsed().at("step"), "permissions");
     const json items = run.parsed().at("checklist");
@@ -138,18 +138,18 @@ TEST(TesselSetup, StepAndChecklistFromAStatusFile) {
               "In the virtual Mac: System Settings → Users & Groups → Automatically log in as → your user.");
 
     writeStatus(status, granted(true));
-    run = runTessel({"setup", "--state", state, "--status", status.string()});
+    run = runState({"setup", "--state", state, "--status", status.string()});
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_NE(run.out.find("(done)"), std::string::npos) << run.out;
     EXPECT_NE(run.out.find("[x] Automatic login in the virtual Mac"), std::string::npos) << run.out;
 
     writeFile(status, R"({"screenRecordingGranted": true})");
-    run = runTessel({"setup", "--state", state, "--status", status.string()});
+    run = runState({"setup", "--state", state, "--status", status.string()});
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(run.err.find("holds no agent status"), std::string::npos) << run.err;
-    EXPECT_EQ(runTessel({"setup", "--status", status.string(), "--agent", "unix:/x"}).status, 2);
-    EXPECT_EQ(runTessel({"setup", "--state", state, "--agent", "carrier-pigeon"}).status, 2);
-    run = runTessel({"setup", "--state", state, "--agent", "unix:" + (dir / "nobody.sock").string()});
+    EXPECT_EQ(runState({"setup", "--status", status.string(), "--agent", "unix:/x"}).status, 2);
+    EXPECT_EQ(runState({"setup", "--state", state, "--agent", "carrier-pigeon"}).status, 2);
+    run = runState({"setup", "--state", state, "--agent", "unix:" + (dir / "nobody.sock").string()});
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(run.err.find("no status from the agent"), std::string::npos) << run.err;
 }
@@ -161,7 +161,7 @@ TEST(TesselSetup, AsksARunningAgent) {
     ASSERT_TRUE(agent.waitForOutput("TesselAgent listening on unix:" + socket + "\n")) << agent.standardError();
 
     // The simulated guest grants both permissions and has no guest tools' report.
-    auto run = runTessel({"setup", "--state", (root / "state.json").string(), "--agent", "unix:" + socket, "--json"});
+    auto run = runState({"setup", "--state", (root / "state.json").string(), "--agent", "unix:" + socket, "--json"});
     ASSERT_EQ(run.status, 0) << run.err;
     const json result = run.parsed();
     EXPECT_EQ(result.at("step"), "permissions");
@@ -184,7 +184,7 @@ TEST(TesselBeta, ProgressAndVerdictsFromTheStateFile) {
     record.apps["com.example.viewer"]["save"] = BetaAnswer{BetaAnswer::Value::problem, when};
     StateStore(file).save(s);
 
-    auto run = runTessel({"beta", "--state", file, "--json"});
+    auto run = runState({"beta", "--state", file, "--json"});
     ASSERT_EQ(run.status, 0) << run.err;
     const json result = run.parsed();
     // Setup: download, install, firstStart, keepApp; editor: open and five answers; viewer: one.
@@ -194,12 +194,12 @@ TEST(TesselBeta, ProgressAndVerdictsFromTheStateFile) {
     EXPECT_EQ(result.at("apps")[1].at("verdict"), "fail");
     EXPECT_EQ(result.at("setup")[0], json::parse(R"({"id": "mac", "status": "waiting", "needsAnswer": false})"));
 
-    run = runTessel({"beta", "--state", file});
+    run = runState({"beta", "--state", file});
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_NE(run.out.find("Beta checklist: 11 / 32"), std::string::npos) << run.out;
     EXPECT_NE(run.out.find("com.example.viewer (com.example.viewer): fail"), std::string::npos) << run.out;
 
     std::filesystem::remove(file);
     std::filesystem::create_directories(file);
-    EXPECT_EQ(runTessel({"beta", "--state", file}).status, 1) << "an unreadable state is no report";
+    EXPECT_EQ(runState({"beta", "--state", file}).status, 1) << "an unreadable state is no report";
 }

@@ -20,7 +20,7 @@ AgentConfig listeningConfig(bool exitOnDisconnect) {
 
 // A service on this thread's main actor with channels attached over socket
 // pairs; the host ends are plain control channels.
-struct ServiceWorld {
+struct AgentServiceWorld {
     MainActor main;
     std::shared_ptr<Sim::Desktop> desktop = Sim::Desktop::make();
     ExitRecorder exits;
@@ -28,9 +28,10 @@ struct ServiceWorld {
     std::vector<std::shared_ptr<ControlChannel>> agentEnds;
     std::vector<std::unique_ptr<HostEnd>> hostEnds;
 
-    explicit ServiceWorld(bool exitOnDisconnect = false)
-        : service(std::make_shared<AgentService>(listeningConfig(exitOnDisconnect), desktop->services(), exits.function())) {}
-    ~ServiceWorld() {
+    explicit AgentServiceWorld(bool exitOnDisconnect = false)
+        : service(std::make_shared<AgentService>(listeningConfig(exitOnDisconnect), desktop->services(),
+                                                 exits.function())) {}
+    ~AgentServiceWorld() {
         hostEnds.clear();
         main.runUntil([&] { return service->attached().empty(); }, limit);
     }
@@ -77,7 +78,7 @@ TEST(AgentService, HelloNamesTheAgentAndItsCapabilities) {
 }
 
 TEST(AgentService, RequestsGetRepliesAndRefusalsComeBackAsFailed) {
-    ServiceWorld world;
+    AgentServiceWorld world;
     world.attach({Channel::control});
     auto reply = world.request(0, ControlMessage::Hello{hostHello()});
     EXPECT_EQ(reply, ControlMessage(ControlMessage::Hello{AgentService::agentHelloBase()}));
@@ -132,7 +133,7 @@ TEST(AgentService, WindowFrameLimits) {
 }
 
 TEST(AgentService, ChannelsJoinAndLeaveTheLists) {
-    ServiceWorld world;
+    AgentServiceWorld world;
     world.attach({Channel::control});
     world.attach({Channel::video});
     world.attach({Channel::input});
@@ -165,7 +166,7 @@ TEST(AgentService, ChannelsJoinAndLeaveTheLists) {
 
 TEST(AgentService, LastControlChannelEndsAnExitingRunWithStatusZero) {
     LogLines logs;
-    ServiceWorld world(true);
+    AgentServiceWorld world(true);
     world.attach({Channel::control});
     world.attach({Channel::control});
     world.closeHost(0);
@@ -183,7 +184,7 @@ TEST(AgentService, LastControlChannelEndsAnExitingRunWithStatusZero) {
 }
 
 TEST(AgentService, StatusReportsPermissionsAndNoProvisionInASimulation) {
-    ServiceWorld world;
+    AgentServiceWorld world;
     world.attach({Channel::control});
     world.desktop->setScreenRecordingGranted(false);
     world.desktop->setAccessibilityTrusted(true);

@@ -27,7 +27,7 @@ const std::string fullReport =
     R"({"schema":1,"installedAt":"2026-01-02T03:04:05Z","toolsVersion":"1.2","rosetta":true,"autoUpdatesOff":true,)"
     R"("sleepOff":false,"fileVault":false,"autoLoginUser":"filed","consoleUser":"console"})";
 
-struct Guest {
+struct ReportGuest {
     test::TempDir dir;
     std::shared_ptr<Sim::Desktop> desktop = Sim::Desktop::make();
     PlatformServices platform = desktop->services();
@@ -49,7 +49,7 @@ struct Guest {
 }  // namespace
 
 TEST(StatusReport, ReportFileLimitsAndDecoding) {
-    Guest guest;
+    ReportGuest guest;
     auto read = [&] { return StatusReport::provisionReport(guest.report, false, guest.platform); };
     EXPECT_EQ(read(), std::nullopt);  // no file
 
@@ -91,7 +91,7 @@ TEST(StatusReport, ReportFileLimitsAndDecoding) {
 }
 
 TEST(StatusReport, LiveCorrections) {
-    Guest guest;
+    ReportGuest guest;
     test::writeFile(guest.report, fullReport);
     auto live = [&] { return *StatusReport::provisionReport(guest.report, true, guest.platform, freshTime()); };
 
@@ -123,7 +123,7 @@ TEST(StatusReport, LiveCorrections) {
 }
 
 TEST(GuestLiveSettings, FileVaultAnswerIsCachedForTenSeconds) {
-    Guest guest;
+    ReportGuest guest;
     guest.fdesetupPrints("FileVault is On.\n");
     const auto t0 = freshTime();
     EXPECT_EQ(GuestLiveSettings::fileVaultOn(*guest.platform.system, t0), true);
@@ -149,7 +149,7 @@ TEST(GuestLiveSettings, FileVaultAnswerIsCachedForTenSeconds) {
 }
 
 TEST(StatusReport, RecordForBothKindsOfRun) {
-    Guest guest;
+    ReportGuest guest;
     test::writeFile(guest.report, fullReport);
     const auto marker = guest.dir / "libRosettaRuntime";
     guest.fdesetupPrints("FileVault is On.\n");

@@ -27,7 +27,7 @@ std::vector<ClientWindow> windowsOf(const std::vector<ClientWindow>& all, int32_
     return out;
 }
 
-std::vector<AXElement> elements(const std::vector<ClientWindow>& windows) {
+std::vector<AXElement> windowElements(const std::vector<ClientWindow>& windows) {
     std::vector<AXElement> out;
     for (const ClientWindow& w : windows) out.push_back(make(Element::Kind::window, w.pid.value_or(0), w.id));
     return out;
@@ -76,7 +76,7 @@ AXError X11Accessibility::copyAttributeValue(const AXElement& element, const std
         } else if (attribute == "AXTitle") {
             value = mine.front().ownerName;
         } else if (attribute == "AXWindows" || attribute == "AXChildren") {
-            value = elements(mine);
+            value = windowElements(mine);
         } else if (attribute == "AXFrontmost") {
             std::optional<ClientWindow> focus = control->focused(all);
             value = focus && focus->pid == e->pid;
@@ -117,7 +117,7 @@ AXError X11Accessibility::copyAttributeValue(const AXElement& element, const std
         std::vector<ClientWindow> sheets;
         for (const ClientWindow& other : all)
             if (other.transientFor == w->id && !other.overrideRedirect) sheets.push_back(other);
-        std::vector<AXElement> children = elements(sheets);
+        std::vector<AXElement> children = windowElements(sheets);
         children.push_back(AtspiElements::content(inAtspiTerms(*w)));
         value = children;
     } else {

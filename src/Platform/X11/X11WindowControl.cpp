@@ -9,7 +9,7 @@ namespace {
 
 constexpr uint32_t staticGravity = XCB_GRAVITY_STATIC;
 constexpr uint32_t sourcePager = 2;  // EWMH: the request comes from a tool acting for the user
-constexpr uint32_t iconicState = 3;
+constexpr uint32_t iconicWindowState = 3;
 
 }  // namespace
 
@@ -102,7 +102,7 @@ bool WindowControl::setFrame(xcb_window_t client, std::optional<Point> origin, s
 }
 
 bool WindowControl::minimise(xcb_window_t client) {
-    bool sent = x->hasWindowManager() ? sendToRoot(client, x->atom("WM_CHANGE_STATE"), {iconicState})
+    bool sent = x->hasWindowManager() ? sendToRoot(client, x->atom("WM_CHANGE_STATE"), {iconicWindowState})
                                       : !x->check(xcb_unmap_window_checked(x->raw(), client));
     if (!sent) return false;
     return waitFor(client, [&] {

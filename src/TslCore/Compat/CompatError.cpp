@@ -5,7 +5,7 @@
 namespace tsl {
 namespace {
 
-std::string describe(CompatError::Kind kind, int64_t schema) {
+std::string describeCompat(CompatError::Kind kind, int64_t schema) {
     switch (kind) {
         case CompatError::Kind::unsupportedSchema: return "unsupportedSchema(" + std::to_string(schema) + ")";
         case CompatError::Kind::tooLarge: return "tooLarge";
@@ -18,7 +18,7 @@ std::string describe(CompatError::Kind kind, int64_t schema) {
 }  // namespace
 
 CompatError::CompatError(Kind kind, int64_t schema)
-    : Error(describe(kind, kind == Kind::unsupportedSchema ? schema : 0)),
+    : Error(describeCompat(kind, kind == Kind::unsupportedSchema ? schema : 0)),
       kind(kind),
       schema(kind == Kind::unsupportedSchema ? schema : 0) {}
 

@@ -36,7 +36,7 @@ bool isStopWord(const std::string& word) {
     return std::find(stopWords.begin(), stopWords.end(), word) != stopWords.end();
 }
 
-std::string lowercased(std::string_view text) {
+std::string lowercasedASCII(std::string_view text) {
     if (std::all_of(text.begin(), text.end(), [](char c) { return uint8_t(c) < 0x80; })) {
         std::string lower(text);
         for (char& c : lower)
@@ -132,7 +132,7 @@ bool containsIPv6(const std::string& text) {
 
 void test(const std::string& value, std::string_view key, const std::vector<std::string>& needleList) {
     if (value.find_first_of("/\\~@") != std::string::npos) throw Problem::suspicious(value);
-    const std::string lower = lowercased(value);
+    const std::string lower = lowercasedASCII(value);
     for (const auto& needle : needleList)
         if (lower.find(needle) != std::string::npos) throw Problem::suspicious(value);
     if (key != "bundleId" && endsLikeFileName(lower)) throw Problem::suspicious(value);
@@ -185,7 +185,7 @@ std::vector<std::string> personalValues(const std::map<std::string, std::string>
 std::vector<std::string> needles(const std::vector<std::string>& personal) {
     std::set<std::string> result;
     for (const auto& value : personal) {
-        const std::string lower = lowercased(value);
+        const std::string lower = lowercasedASCII(value);
         if (lower.find('/') == std::string::npos && lower.find(' ') == std::string::npos && scalars(lower) >= 3)
             result.insert(lower);
         const auto all = words(lower);
@@ -242,6 +242,6 @@ bool check(const DiagnosticEvent& event, const std::vector<std::string>& persona
     }
 }
 
-bool looksLikeFileName(std::string_view text) { return endsLikeFileName(lowercased(text)); }
+bool looksLikeFileName(std::string_view text) { return endsLikeFileName(lowercasedASCII(text)); }
 
 }  // namespace tsl::DiagnosticsGuard

@@ -16,7 +16,7 @@ DiagnosticsPattern::Regex regexAt(std::initializer_list<const char*> path) {
     return pattern ? SchemaRegex::compiled(*pattern) : nullptr;
 }
 
-DiagnosticsPattern build() {
+DiagnosticsPattern buildPattern() {
     DiagnosticsPattern p;
     p.bundleIDNode = nodeAt({"appEvent", "bundleId"});
     p.version = regexAt({"appEvent", "version"});
@@ -36,7 +36,7 @@ DiagnosticsPattern build() {
 }  // namespace
 
 const DiagnosticsPattern& DiagnosticsPattern::shared() {
-    static const DiagnosticsPattern built = build();
+    static const DiagnosticsPattern built = buildPattern();
     return built;
 }
 

@@ -56,7 +56,7 @@ std::optional<std::string> encoded(const T& value) {
 
 // Every folder that `folder` lacks, down from the first missing one, is made
 // owner-only: the user's diagnostics may sit below folders made here.
-void makeFolders(const fs::path& folder) {
+void makeQueueFolders(const fs::path& folder) {
     std::vector<fs::path> missing;
     for (fs::path at = folder; !at.empty(); at = at.parent_path()) {
         struct stat st {};
@@ -185,7 +185,7 @@ std::optional<std::vector<ProblemReport>> DiagnosticsQueue::readReports() const 
 // Atomic, so that a reader, or a process killed mid-write, sees the old
 // file or the new one, never a part; storage reports no failure.
 void DiagnosticsQueue::write(const char* name, const std::optional<std::string>& text) const {
-    makeFolders(_folder);
+    makeQueueFolders(_folder);
     ::chmod(_folder.c_str(), 0700);  // it may have existed with a wider mode
     if (!text) return;
     try {

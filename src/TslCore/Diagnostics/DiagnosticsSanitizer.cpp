@@ -12,7 +12,7 @@ namespace tsl::DiagnosticsSanitizer {
 namespace {
 
 const DiagnosticsPattern& patterns() { return DiagnosticsPattern::shared(); }
-const DiagnosticsValidator::Ranges& ranges() { return DiagnosticsValidator::ranges(); }
+const DiagnosticsValidator::Ranges& validatorRanges() { return DiagnosticsValidator::ranges(); }
 
 template <typename T>
 std::optional<T> clamped(const std::optional<T>& value, const std::optional<std::pair<T, T>>& range) {
@@ -33,7 +33,7 @@ std::optional<std::string> matching(const std::optional<std::string>& value, con
 
 std::optional<double> frameRate(std::optional<double> value) {
     if (!value || !std::isfinite(*value)) return std::nullopt;
-    value = clamped(value, ranges().fpsRange);
+    value = clamped(value, validatorRanges().fpsRange);
     return std::round(*value * 10) / 10;  // halves away from zero
 }
 
@@ -112,7 +112,7 @@ std::optional<AppOutcome> sanitize(const AppOutcome& outcome) {
     result.bundleID = *id;
     result.version = version(outcome.version);
     result.arch = arch(outcome.arch);
-    result.ttfwMs = clamped(outcome.ttfwMs, ranges().ttfwRange);
+    result.ttfwMs = clamped(outcome.ttfwMs, validatorRanges().ttfwRange);
     result.crash = crash(outcome.crash);
     return result;
 }
@@ -123,18 +123,19 @@ std::optional<SessionMetrics> sanitize(const SessionMetrics& metrics) {
     const auto macChip = chip(metrics.mac.chip);
     const auto host = osInfo(osText(metrics.host));
     if (!macModel || !macChip || !host) return std::nullopt;
-    result.mac = MacInfo{*macModel, *macChip, *clamped(std::optional(metrics.mac.ramGB), ranges().ramRange)};
+    result.mac = MacInfo{*macModel, *macChip, *clamped(std::optional(metrics.mac.ramGB), validatorRanges().ramRange)};
     result.host = *host;
     result.guest = metrics.guest ? osInfo(osText(*metrics.guest)) : std::nullopt;
     if (metrics.stream) {
         SessionMetrics::Stream s{frameRate(metrics.stream->fpsMedian), frameRate(metrics.stream->fpsMin),
-                                 clamped(metrics.stream->latencyP50Ms, ranges().latencyRange),
-                                 clamped(metrics.stream->latencyP95Ms, ranges().latencyRange)};
+                                 clamped(metrics.stream->latencyP50Ms, validatorRanges().latencyRange),
+                                 clamped(metrics.stream->latencyP95Ms, validatorRanges().latencyRange)};
         const bool empty = !s.fpsMedian && !s.fpsMin && !s.latencyP50Ms && !s.latencyP95Ms;
         result.stream = empty ? std::nullopt : std::optional(s);
     }
     if (metrics.sleepWake) {
-        const int64_t maxAttempts = ranges().sleepWakeRange ? ranges().sleepWakeRange->second : metrics.sleepWake->attempts;
+        const int64_t maxAttempts =
+            validatorRanges().sleepWakeRange ? validatorRanges().sleepWakeRange->second : metrics.sleepWake->attempts;
         const int64_t attempts = std::clamp<int64_t>(metrics.sleepWake->attempts, 0, std::max<int64_t>(0, maxAttempts));
         result.sleepWake = attempts == 0 ? std::nullopt
                                          : std::optional(SessionMetrics::SleepWake{
@@ -144,15 +145,15 @@ std::optional<SessionMetrics> sanitize(const SessionMetrics& metrics) {
     for (const auto& e : metrics.errors.value_or(std::vector<std::string>{}))
         if (errors.size() < 20 && code(e)) errors.push_back(e);
     result.errors = errors.empty() ? std::nullopt : std::optional(errors);
-    result.agentProto = clamped(metrics.agentProto, ranges().agentProtoRange);
-    result.guestMemoryMB = clamped(metrics.guestMemoryMB, ranges().memoryRange);
-    result.durationS = clamped(metrics.durationS, ranges().durationRange);
+    result.agentProto = clamped(metrics.agentProto, validatorRanges().agentProtoRange);
+    result.guestMemoryMB = clamped(metrics.guestMemoryMB, validatorRanges().memoryRange);
+    result.durationS = clamped(metrics.durationS, validatorRanges().durationRange);
     return result;
 }
 
 std::optional<SetupStep> sanitize(const SetupStep& step) {
     SetupStep result = step;
-    result.durationS = clamped(step.durationS, ranges().durationRange);
+    result.durationS = clamped(step.durationS, validatorRanges().durationRange);
     result.failure = code(step.failure);
     return result;
 }

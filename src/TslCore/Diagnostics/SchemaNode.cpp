@@ -49,7 +49,7 @@ namespace {
 constexpr std::string_view defsPrefix = "#/$defs/";
 // Documents and values from outside may nest (or refer) without end; the
 // language's own schemas stay far below this.
-constexpr int maxDepth = 64;
+constexpr int maxSchemaDepth = 64;
 
 template <class... F>
 struct Overloaded : F... {
@@ -132,7 +132,7 @@ bool startsWith(const std::string& s, std::string_view prefix) { return s.compar
 // sits under a key, before the depth check could refuse it.
 SchemaNode::Payload parseNode(const json& node, const std::string& at, int depth) {
     if (!node.is_object()) fail(at, ": not an object");
-    if (depth > maxDepth) fail(at, ": nested too deeply");
+    if (depth > maxSchemaDepth) fail(at, ": nested too deeply");
     std::set<std::string> keys;  // "description" is the one free comment, and not a keyword
     for (const auto& [key, _] : node.items())
         if (key != "description") keys.insert(key);
@@ -385,7 +385,7 @@ void SchemaNode::validate(const json* value, const SchemaDefs& defs, const std::
 
 void SchemaNode::validate(const json* value, const SchemaDefs& defs, const std::string& field, Walk& walk,
                           int depth) const {
-    if (depth > maxDepth) throw Problem(field, "nested too deeply");
+    if (depth > maxSchemaDepth) throw Problem(field, "nested too deeply");
     walk.step(field);
     std::visit(
         Overloaded{
@@ -486,7 +486,7 @@ void SchemaNode::validate(const json* value, const SchemaDefs& defs, const std::
 
 const SchemaNode* SchemaNode::resolved(const SchemaDefs& defs) const {
     const SchemaNode* node = this;
-    for (int hops = 0; hops <= maxDepth; ++hops) {
+    for (int hops = 0; hops <= maxSchemaDepth; ++hops) {
         const auto* ref = node->as<Ref>();
         if (!ref) return node;
         auto it = defs.find(ref->name);

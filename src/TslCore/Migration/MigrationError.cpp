@@ -5,7 +5,7 @@
 namespace tsl {
 namespace {
 
-std::string describe(MigrationError::Kind kind, const std::string& detail) {
+std::string describeMigration(MigrationError::Kind kind, const std::string& detail) {
     switch (kind) {
         case MigrationError::Kind::notIntelOnly: return L("%@ isn’t an Intel-only app, so it doesn’t need Tessel.", {detail});
         case MigrationError::Kind::noBundleID: return L("%@ has no bundle identifier, so Tessel can’t keep it.", {detail});
@@ -17,6 +17,6 @@ std::string describe(MigrationError::Kind kind, const std::string& detail) {
 }  // namespace
 
 MigrationError::MigrationError(Kind kind, std::string detail)
-    : Error(describe(kind, detail)), kind(kind), detail(std::move(detail)) {}
+    : Error(describeMigration(kind, detail)), kind(kind), detail(std::move(detail)) {}
 
 }  // namespace tsl

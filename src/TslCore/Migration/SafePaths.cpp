@@ -12,7 +12,7 @@
 namespace tsl::SafePaths {
 namespace {
 
-std::string describe(Violation::Kind kind, const std::string& path) {
+std::string describeViolation(Violation::Kind kind, const std::string& path) {
     switch (kind) {
         case Violation::Kind::outside: return "path escapes its root: " + path;
         case Violation::Kind::symlink: return "refusing to follow a symlink inside a shared folder: " + path;
@@ -28,7 +28,8 @@ bool isSymlink(const std::string& path, bool& exists) {
 
 }  // namespace
 
-Violation::Violation(Kind kind, std::string path) : Error(describe(kind, path)), kind(kind), path(std::move(path)) {}
+Violation::Violation(Kind kind, std::string path)
+    : Error(describeViolation(kind, path)), kind(kind), path(std::move(path)) {}
 
 bool isValidBundleID(std::string_view id) {
     if (id.empty() || id.size() > 255) return false;

@@ -19,7 +19,7 @@
 namespace tsl::ShareIO {
 namespace {
 
-std::string describe(Failure::Kind kind, const std::string& name, int32_t errnum) {
+std::string describeFailure(Failure::Kind kind, const std::string& name, int32_t errnum) {
     const std::string number = std::to_string(errnum);
     switch (kind) {
         case Failure::Kind::open: return "cannot open " + name + " in the shared folder (errno " + number + ")";
@@ -55,7 +55,7 @@ HeldFolder makeOwnerOnlyFolder(const std::filesystem::path& root, const std::str
 }  // namespace
 
 Failure::Failure(Kind kind, std::string name, int32_t errnum)
-    : Error(describe(kind, name, errnum)), kind(kind), name(std::move(name)), errnum(errnum) {}
+    : Error(describeFailure(kind, name, errnum)), kind(kind), name(std::move(name)), errnum(errnum) {}
 
 std::filesystem::path hostFolder(const std::filesystem::path& root) {
     return PathNames::appending(PathNames::deletingLastComponent(root.native()), ".tessel-host");

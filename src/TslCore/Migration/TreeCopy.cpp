@@ -161,14 +161,14 @@ void intoFreshDestination(const std::string& dst, Body body) {
     }
 }
 
-std::string describe(const std::string& path, const std::string& operation, int32_t errnum) {
+std::string describeCopyError(const std::string& path, const std::string& operation, int32_t errnum) {
     return operation + " " + path + ": " + std::strerror(errnum) + " (" + std::to_string(errnum) + ")";
 }
 
 }  // namespace
 
 Failure::Failure(std::string path, std::string operation, int32_t errnum)
-    : Error(describe(path, operation, errnum)),
+    : Error(describeCopyError(path, operation, errnum)),
       path(std::move(path)),
       operation(std::move(operation)),
       errnum(errnum) {}

@@ -56,14 +56,14 @@ std::optional<fs::path> moveAside(const fs::path& url, const BoundedFile& read,
 }
 
 // Makes the missing folders of `folder`, each owner-only.
-void makeFolders(const fs::path& folder) {
+void makeStateFolders(const fs::path& folder) {
     struct stat st {};
     if (::stat(folder.c_str(), &st) == 0) {
         if (!S_ISDIR(st.st_mode)) cannotCreate(folder, ENOTDIR);
         return;
     }
     if (errno != ENOENT) cannotCreate(folder, errno);
-    if (folder.has_relative_path() && folder.parent_path() != folder) makeFolders(folder.parent_path());
+    if (folder.has_relative_path() && folder.parent_path() != folder) makeStateFolders(folder.parent_path());
     if (::mkdir(folder.c_str(), 0700) != 0) {
         if (errno == EEXIST) return;  // made meanwhile by someone else
         cannotCreate(folder, errno);
@@ -122,7 +122,7 @@ StateStore::Loaded StateStore::read(BoundedFile& file) const {
 
 void StateStore::save(const PersistedState& state) const {
     const fs::path folder = url.has_parent_path() ? url.parent_path() : fs::path(".");
-    makeFolders(folder);
+    makeStateFolders(folder);
     sweepAtomicTemporaries(folder.string(), {url.filename().string()});  // what a killed save left
     writeFileAtomically(url.string(), StateJSON::encodeState(state), 0600);
 }

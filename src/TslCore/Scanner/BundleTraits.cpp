@@ -20,7 +20,7 @@ constexpr int resourcesDepthLimit = 0;
 
 using PathNames::appending;
 
-bool isSymlink(const std::string& path) {
+bool isLink(const std::string& path) {
     struct stat st {};
     return ::lstat(path.c_str(), &st) == 0 && S_ISLNK(st.st_mode);
 }
@@ -63,12 +63,12 @@ std::vector<std::string> embedded(const std::vector<std::string>& dylibs, const 
         if (framework != pieces.end()) {
             const std::string name = framework->substr(0, framework->size() - std::string_view(".framework").size());
             if (!SafePaths::isSingleComponent(*framework) || name.empty()) continue;
-            if (isSymlink(appending(frameworks, *framework))) continue;
+            if (isLink(appending(frameworks, *framework))) continue;
             candidates.push_back(appending(appending(frameworks, *framework), name));
             continue;
         }
         const std::string& last = pieces.back();
-        if (last.ends_with(".dylib") && SafePaths::isSingleComponent(last) && !isSymlink(appending(frameworks, last)))
+        if (last.ends_with(".dylib") && SafePaths::isSingleComponent(last) && !isLink(appending(frameworks, last)))
             candidates.push_back(appending(frameworks, last));
     }
     return candidates;

@@ -5,7 +5,7 @@
 namespace tsl {
 namespace {
 
-std::string describe(WireError::Kind kind, uint32_t value, uint32_t length, const std::string& text) {
+std::string describeWireError(WireError::Kind kind, uint32_t value, uint32_t length, const std::string& text) {
     char buf[96];
     switch (kind) {
         case WireError::Kind::badMagic:
@@ -25,7 +25,11 @@ std::string describe(WireError::Kind kind, uint32_t value, uint32_t length, cons
 }  // namespace
 
 WireError::WireError(Kind kind, uint32_t value, uint32_t length, std::string text)
-    : Error(describe(kind, value, length, text)), _kind(kind), _value(value), _length(length), _text(std::move(text)) {}
+    : Error(describeWireError(kind, value, length, text)),
+      _kind(kind),
+      _value(value),
+      _length(length),
+      _text(std::move(text)) {}
 
 WireError WireError::badMagic(uint32_t v) { return {Kind::badMagic, v, 0, {}}; }
 WireError WireError::unsupportedVersion(uint8_t v) { return {Kind::unsupportedVersion, v, 0, {}}; }

@@ -308,7 +308,7 @@ const JSONFields::KeySet& knownKeys() {
     return keys;
 }
 
-json parse(const uint8_t* data, size_t size) { return JSONFields::parseBounded(data, size, knownKeys()); }
+json parseWire(const uint8_t* data, size_t size) { return JSONFields::parseBounded(data, size, knownKeys()); }
 
 // The vocabulary's errors keep their text and become this codec's own.
 template <class F>
@@ -356,7 +356,7 @@ Bytes encode(const ControlEnvelope& envelope) {
 
 ControlEnvelope decodeEnvelope(const uint8_t* data, size_t size) {
     return translated([&] {
-        json j = parse(data, size);
+        json j = parseWire(data, size);
         Path root;
         json::object_t* object = j.get_ptr<json::object_t*>();
         if (!object) JSONFields::mismatch("an object", j, root);
@@ -378,7 +378,7 @@ Bytes encodeRecord(const R& record) {
 template <JSONFields::Record R>
 R decodeRecord(const uint8_t* data, size_t size) {
     return translated([&] {
-        json j = parse(data, size);
+        json j = parseWire(data, size);
         return JSONFields::decode<R>(j);
     });
 }

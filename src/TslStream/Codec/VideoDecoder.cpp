@@ -14,8 +14,8 @@ extern "C" {
 namespace tsl {
 namespace {
 
-constexpr int nalSPS = 7;
-constexpr int nalPPS = 8;
+constexpr int nalTypeSPS = 7;
+constexpr int nalTypePPS = 8;
 // What the platform's format description reports for sets it can't use.
 constexpr int32_t invalidParameterSets = -12712;
 // Pictures kept for reuse; a viewer holds one or two at a time.
@@ -27,8 +27,8 @@ int nalType(const Bytes& nal) { return nal.empty() ? -1 : nal[0] & 0x1f; }
 Bytes avcConfiguration(const std::vector<Bytes>& sets) {
     std::vector<const Bytes*> sps, pps;
     for (const Bytes& set : sets) {
-        if (nalType(set) == nalSPS && set.size() >= 4) sps.push_back(&set);
-        else if (nalType(set) == nalPPS) pps.push_back(&set);
+        if (nalType(set) == nalTypeSPS && set.size() >= 4) sps.push_back(&set);
+        else if (nalType(set) == nalTypePPS) pps.push_back(&set);
     }
     if (sps.empty() || pps.empty() || sps.size() > 31) throw DecoderError::formatDescription(invalidParameterSets);
     const Bytes& first = *sps.front();

@@ -24,7 +24,7 @@ std::vector<uint32_t> listedIDs(const std::optional<PlatformValue>& list) {
     return out;
 }
 
-PlatformEvent key(EventPoster& poster, uint16_t code, bool down, uint64_t flags = 0) {
+PlatformEvent desktopKey(EventPoster& poster, uint16_t code, bool down, uint64_t flags = 0) {
     auto event = poster.createKeyboardEvent(std::nullopt, code, down);
     event->flags = flags;
     return *event;
@@ -123,15 +123,15 @@ TEST(SimDesktop, EventsReachTheirTargetByRoute) {
     ASSERT_EQ(desktop->frontmostPid(), other);
 
     // pid: only that process hears it, whatever is in front.
-    poster.postToPid(editor, key(poster, 4, true));   // h
-    poster.postToPid(editor, key(poster, 34, true));  // i
-    poster.postToPid(editor, key(poster, 34, false));
+    poster.postToPid(editor, desktopKey(poster, 4, true));   // h
+    poster.postToPid(editor, desktopKey(poster, 34, true));  // i
+    poster.postToPid(editor, desktopKey(poster, 34, false));
     EXPECT_EQ(desktop->textAreaValue(editorWindow), "hi");
     EXPECT_EQ(desktop->textAreaValue(otherWindow), "");
     EXPECT_EQ(desktop->frontmostPid(), other);
 
     // hid: keys go to the frontmost application's key window.
-    poster.post(EventPoster::Tap::hid, key(poster, 4, true, PlatformEvent::flagShift));
+    poster.post(EventPoster::Tap::hid, desktopKey(poster, 4, true, PlatformEvent::flagShift));
     EXPECT_EQ(desktop->textAreaValue(otherWindow), "H");
 
     // hid: a click goes to the window under the point and brings it forward.
@@ -154,7 +154,7 @@ TEST(SimDesktop, EventsReachTheirTargetByRoute) {
     EXPECT_EQ(desktop->frontmostPid(), editor);  // no activation on this route
 
     // A process that isn't there takes nothing.
-    poster.postToPid(4242, key(poster, 4, true));
+    poster.postToPid(4242, desktopKey(poster, 4, true));
     EXPECT_EQ(desktop->postedEvents().back().deliveredTo, std::nullopt);
 
     desktop->setEventCreationFails(true);
@@ -173,8 +173,8 @@ TEST(SimDesktop, PlainApplicationCopyPasteAndShortcuts) {
     EXPECT_EQ(desktop->window(window)->title, "Notes");
 
     const int64_t start = pasteboard.changeCount();
-    for (uint16_t code : {0, 11, 8}) poster.postToPid(pid, key(poster, code, true));  // a b c
-    poster.postToPid(pid, key(poster, 8, true, PlatformEvent::flagCommand));       // ⌘C
+    for (uint16_t code : {0, 11, 8}) poster.postToPid(pid, desktopKey(poster, code, true));  // a b c
+    poster.postToPid(pid, desktopKey(poster, 8, true, PlatformEvent::flagCommand));          // ⌘C
     EXPECT_EQ(pasteboard.changeCount(), start + 1);
     EXPECT_EQ(pasteboard.types(), (std::vector<std::string>{Pasteboard::typeString}));
     EXPECT_EQ(pasteboard.dataForType(Pasteboard::typeString), (Bytes{'a', 'b', 'c'}));
@@ -186,19 +186,20 @@ TEST(SimDesktop, PlainApplicationCopyPasteAndShortcuts) {
     EXPECT_EQ(pasteboard.changeCount(), start + 2);
     EXPECT_EQ(pasteboard.types(), (std::vector<std::string>{Pasteboard::typeString, Pasteboard::typePNG}));
 
-    poster.postToPid(pid, key(poster, 9, true, PlatformEvent::flagCommand));  // ⌘V
+    poster.postToPid(pid, desktopKey(poster, 9, true, PlatformEvent::flagCommand));  // ⌘V
     EXPECT_EQ(desktop->textAreaValue(window), "abcxy");
-    poster.postToPid(pid, key(poster, 51, true));  // delete
+    poster.postToPid(pid, desktopKey(poster, 51, true));  // delete
     EXPECT_EQ(desktop->textAreaValue(window), "abcx");
     // ⌘V with Shift and Option is its own item; with Shift alone nothing matches.
-    poster.postToPid(pid, key(poster, 9, true, PlatformEvent::flagCommand | PlatformEvent::flagShift));
+    poster.postToPid(pid, desktopKey(poster, 9, true, PlatformEvent::flagCommand | PlatformEvent::flagShift));
     EXPECT_EQ(desktop->textAreaValue(window), "abcx");
-    poster.postToPid(pid, key(poster, 9, true,
-                               PlatformEvent::flagCommand | PlatformEvent::flagShift | PlatformEvent::flagOption));
+    poster.postToPid(
+        pid,
+        desktopKey(poster, 9, true, PlatformEvent::flagCommand | PlatformEvent::flagShift | PlatformEvent::flagOption));
     EXPECT_EQ(desktop->textAreaValue(window), "abcxxy");
 
     // ⌘Q quits, and the windows go with the process.
-    poster.postToPid(pid, key(poster, 12, true, PlatformEvent::flagCommand));
+    poster.postToPid(pid, desktopKey(poster, 12, true, PlatformEvent::flagCommand));
     EXPECT_FALSE(desktop->process(pid));
     EXPECT_TRUE(desktop->windows().empty());
 }
@@ -257,11 +258,11 @@ TEST(SimDesktop, TestPatternSquareFollowsKey122) {
     auto desktop = Desktop::make();
     auto poster = desktop->services().eventPoster;
     const int32_t pid = *desktop->launch(test::makeBundle(dir.path(), "Pattern", "com.tessel.testpattern"));
-    poster->postToPid(pid, key(*poster, 122, true));
+    poster->postToPid(pid, desktopKey(*poster, 122, true));
     EXPECT_TRUE(desktop->squareIsWhite(pid));
-    poster->postToPid(pid, key(*poster, 121, false));
+    poster->postToPid(pid, desktopKey(*poster, 121, false));
     EXPECT_TRUE(desktop->squareIsWhite(pid));
-    poster->postToPid(pid, key(*poster, 122, false));
+    poster->postToPid(pid, desktopKey(*poster, 122, false));
     EXPECT_FALSE(desktop->squareIsWhite(pid));
 }
 

@@ -78,7 +78,7 @@ uint64_t cells(PixelBuffer& buffer, double scale) {
     return value;
 }
 
-struct PatternDesktop {
+struct CapturePatternDesktop {
     test::TempDir dir;
     std::shared_ptr<Desktop> desktop = Desktop::make({.manualCapture = true});
     PlatformServices services = desktop->services();
@@ -98,7 +98,7 @@ struct PatternDesktop {
 }  // namespace
 
 TEST(SimCapture, FramesCarryTheWindowAtTheConfiguredSize) {
-    PatternDesktop world;
+    CapturePatternDesktop world;
     auto& capture = *world.services.screenCapture;
     EXPECT_TRUE(capture.preflightAccess());
 
@@ -164,7 +164,7 @@ TEST(SimCapture, FramesCarryTheWindowAtTheConfiguredSize) {
 }
 
 TEST(SimCapture, QueueDepthHiddenWindowsAndTheEndOfTheWindow) {
-    PatternDesktop world;
+    CapturePatternDesktop world;
     Recorder recorder;
     test::Waiter stopped;
     std::string stopText;
@@ -206,7 +206,7 @@ TEST(SimCapture, QueueDepthHiddenWindowsAndTheEndOfTheWindow) {
 }
 
 TEST(SimCapture, RefusalsAndPermission) {
-    PatternDesktop world;
+    CapturePatternDesktop world;
     auto& capture = *world.services.screenCapture;
     Recorder recorder;
     auto filter = capture.filter({.windowID = world.window});

@@ -21,13 +21,13 @@ namespace {
 
 const std::vector<std::string> personal{"jdoe", "Jane Doe", "/Users/jdoe"};
 
-mode_t modeOf(const fs::path& path) {
+mode_t queueModeOf(const fs::path& path) {
     struct stat st {};
     ::stat(path.c_str(), &st);
     return st.st_mode & 07777;
 }
 
-void writeFile(const fs::path& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
+void writeQueueFile(const fs::path& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
 
 DiagnosticEvent numbered(int64_t i) { return setupEvent(diagNow - 1000 + i); }
 
@@ -80,13 +80,13 @@ TEST(DiagnosticsQueue, DropClearAndDamagedFiles) {
     EXPECT_TRUE(queue.events().empty());
     EXPECT_EQ(json::parse(std::ifstream(dir / "events.json")), json::array());
 
-    writeFile(dir / "events.json", "[{\"type\":\"setup\",\"at\":");
+    writeQueueFile(dir / "events.json", "[{\"type\":\"setup\",\"at\":");
     EXPECT_TRUE(queue.events().empty());
-    writeFile(dir / "events.json", R"([{"type":"setup","at":1,"step":"ready","status":"ok"},{"type":"nope"}])");
+    writeQueueFile(dir / "events.json", R"([{"type":"setup","at":1,"step":"ready","status":"ok"},{"type":"nope"}])");
     EXPECT_TRUE(queue.events().empty());  // not decodable as a whole
     queue.append(numbered(7), diagNow);
     EXPECT_EQ(queue.events(), std::vector<DiagnosticEvent>{numbered(7)});
-    writeFile(dir / "batch.json", R"({"id":"x"})");
+    writeQueueFile(dir / "batch.json", R"({"id":"x"})");
     EXPECT_FALSE(queue.inFlight());
 
     queue.setInFlight({"y", 1});
@@ -103,20 +103,20 @@ TEST(DiagnosticsQueue, ModesAreMendedWhenWider) {
     const mode_t umask = ::umask(022);
     queue.append(numbered(0), diagNow);
     ::umask(umask);
-    EXPECT_EQ(modeOf(dir / "a"), 0700u);  // the folders made on the way too
-    EXPECT_EQ(modeOf(folder), 0700u);
-    EXPECT_EQ(modeOf(folder / "events.json"), 0600u);
+    EXPECT_EQ(queueModeOf(dir / "a"), 0700u);  // the folders made on the way too
+    EXPECT_EQ(queueModeOf(folder), 0700u);
+    EXPECT_EQ(queueModeOf(folder / "events.json"), 0600u);
     ::chmod(folder.c_str(), 0755);
     ::chmod((folder / "events.json").c_str(), 0644);
-    writeFile(folder / "reports.json", "[]");
+    writeQueueFile(folder / "reports.json", "[]");
     ::chmod((folder / "reports.json").c_str(), 0666);
     queue.append(numbered(1), diagNow);
     queue.enqueue(reportWith(std::nullopt));
     queue.setInFlight({"z", 1});
-    EXPECT_EQ(modeOf(folder), 0700u);
-    EXPECT_EQ(modeOf(folder / "events.json"), 0600u);
-    EXPECT_EQ(modeOf(folder / "reports.json"), 0600u);
-    EXPECT_EQ(modeOf(folder / "batch.json"), 0600u);
+    EXPECT_EQ(queueModeOf(folder), 0700u);
+    EXPECT_EQ(queueModeOf(folder / "events.json"), 0600u);
+    EXPECT_EQ(queueModeOf(folder / "reports.json"), 0600u);
+    EXPECT_EQ(queueModeOf(folder / "batch.json"), 0600u);
     // Nothing is left behind by the atomic writes.
     EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 3);
 }
@@ -160,7 +160,7 @@ TEST(DiagnosticsQueue, ReportsReplaceByIdentifierAndKeepTheNewest20) {
     EXPECT_TRUE(queue.reports().back().diagnostics);
     queue.stripReportDiagnostics();
     for (const auto& r : queue.reports()) EXPECT_FALSE(r.diagnostics);
-    writeFile(dir / "reports.json", "damaged");
+    writeQueueFile(dir / "reports.json", "damaged");
     queue.stripReportDiagnostics();
     std::ifstream in(dir / "reports.json");
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "damaged");

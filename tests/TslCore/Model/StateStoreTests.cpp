@@ -20,28 +20,32 @@ using Outcome = StateStore::LoadOutcome;
 
 namespace {
 
-const auto when = *ISO8601::parse("2026-10-07T12:34:56Z");
+const auto savedAt = *ISO8601::parse("2026-10-07T12:34:56Z");
 
-MigratedApp app(const std::string& id) {
-    return MigratedApp{id, "App " + id, "/Applications/" + id + ".app", "/Applications/" + id + ".app",
-                       "/Users/ann/Applications/Tessel/" + id + ".app", when};
+MigratedApp migratedApp(const std::string& id) {
+    return MigratedApp{id,
+                       "App " + id,
+                       "/Applications/" + id + ".app",
+                       "/Applications/" + id + ".app",
+                       "/Users/ann/Applications/Tessel/" + id + ".app",
+                       savedAt};
 }
 
-PersistedState sample() {
+PersistedState sampleState() {
     PersistedState s;
     s.onboardingDone = true;
     s.settings.cpuCount = 0;  // kept as it is, never clamped
     s.settings.codec = VideoCodec::rawBGRA;
     s.settings.sharedFolders = std::vector<std::string>{"/Users/ann/Documents"};
     s.settings.sharedFolderNames = std::map<std::string, std::string>{{"/Users/ann/Documents", "Documents"}};
-    s.migrated = {app("com.a"), app("com.b")};
-    s.guestSetup.agentFirstHelloAt = when;
+    s.migrated = {migratedApp("com.a"), migratedApp("com.b")};
+    s.guestSetup.agentFirstHelloAt = savedAt;
     s.beta.noticeVersion = "2026-10-05";
-    s.beta.checklist.global["mac"] = BetaAnswer{BetaAnswer::Value::works, when};
+    s.beta.checklist.global["mac"] = BetaAnswer{BetaAnswer::Value::works, savedAt};
     return s;
 }
 
-std::string appJSON(const std::string& id) { return nlohmann::json(app(id)).dump(); }
+std::string appJSON(const std::string& id) { return nlohmann::json(migratedApp(id)).dump(); }
 
 std::vector<std::string> entries(const fs::path& folder) {
     std::vector<std::string> names;
@@ -68,13 +72,13 @@ TEST(StateStore, MissingFileGivesDefaultsAndWritesNothing) {
 TEST(StateStore, SaveThenLoadGivesTheSameStateInAPrivateFolder) {
     TempDir dir;
     StateStore store(dir / "Library" / "Application Support" / "Tessel" / "state.json");
-    store.save(sample());
+    store.save(sampleState());
     EXPECT_EQ(modeOf(dir / "Library") & 07777, 0700u);
     EXPECT_EQ(modeOf(store.url) & 07777, 0600u);
     EXPECT_EQ(modeOf(dir / "Library" / "Application Support" / "Tessel") & 07777, 0700u);
     const auto loaded = store.loadReporting();
     EXPECT_EQ(loaded.outcome, Outcome::loaded);
-    EXPECT_EQ(loaded.state, sample());
+    EXPECT_EQ(loaded.state, sampleState());
     EXPECT_EQ(entries(store.url.parent_path()), std::vector<std::string>{"state.json"}) << "no temporary left";
 
     // Pretty-printed with sorted keys; absent options are left out.
@@ -129,7 +133,7 @@ TEST(StateStore, EveryPartOfAFileFallsBackOnItsOwn) {
     ASSERT_EQ(s.migrated.size(), 2u);
     EXPECT_EQ(s.migrated[0].id(), "com.a");
     EXPECT_EQ(s.migrated[1].id(), "com.c");
-    EXPECT_EQ(s.guestSetup.firstBootAt, when);
+    EXPECT_EQ(s.guestSetup.firstBootAt, savedAt);
     EXPECT_TRUE(load(R"({"migrated": {"0": )" + appJSON("com.a") + "}}").migrated.empty());
 }
 
@@ -162,12 +166,12 @@ TEST(StateStore, DamagedFileIsMovedAsideAndNeverOverwritten) {
     EXPECT_EQ(store.loadReporting(now).outcome, Outcome::damaged);
     writeFile(store.url, "second");
     EXPECT_EQ(store.loadReporting(now).movedTo, dir / "state.unreadable-1790000000-2.json");
-    store.save(sample());
+    store.save(sampleState());
     EXPECT_EQ(entries(dir.path()), (std::vector<std::string>{"state.json", "state.unreadable-1790000000-2.json",
                                                              "state.unreadable-1790000000.json"}));
     EXPECT_EQ(readFile(dir / "state.unreadable-1790000000.json"), "first");
     EXPECT_EQ(readFile(dir / "state.unreadable-1790000000-2.json"), "second");
-    EXPECT_EQ(store.load(), sample());
+    EXPECT_EQ(store.load(), sampleState());
 }
 
 TEST(StateStore, UnreadableFileStaysAndAFailedSaveKeepsTheOldFile) {
@@ -178,17 +182,17 @@ TEST(StateStore, UnreadableFileStaysAndAFailedSaveKeepsTheOldFile) {
     EXPECT_EQ(loaded.outcome, Outcome::readError);
     EXPECT_EQ(loaded.failure, std::errc::is_a_directory);
     EXPECT_TRUE(fs::is_directory(store.url));
-    EXPECT_THROW(store.save(sample()), Error);
+    EXPECT_THROW(store.save(sampleState()), Error);
     EXPECT_EQ(entries(dir.path()), std::vector<std::string>{"state.json"}) << "no temporary left";
 
     // A folder that can't be made.
     writeFile(dir / "plain", "x");
-    EXPECT_THROW(StateStore(dir / "plain" / "sub" / "state.json").save(sample()), Error);
+    EXPECT_THROW(StateStore(dir / "plain" / "sub" / "state.json").save(sampleState()), Error);
 
     StateStore good(dir / "good.json");
-    good.save(sample());
+    good.save(sampleState());
     fs::create_directories(dir / "good.json.blocked");
-    EXPECT_EQ(good.load(), sample());
+    EXPECT_EQ(good.load(), sampleState());
 }
 
 TEST(StateStore, DefaultStoreLivesInTheHomeFolder) {
@@ -211,7 +215,7 @@ TEST(StateStoreCrash, DISABLED_SavesForever) {
     ASSERT_NE(path, nullptr);
     StateStore store(path);
     PersistedState states[2];
-    for (int i = 0; i < 3000; ++i) states[0].migrated.push_back(app("com.old." + std::to_string(i)));
+    for (int i = 0; i < 3000; ++i) states[0].migrated.push_back(migratedApp("com.old." + std::to_string(i)));
     states[1] = states[0];
     states[1].onboardingDone = true;
     states[1].migrated.resize(1500);

@@ -12,7 +12,7 @@ using namespace tsl::test;
 
 namespace {
 
-void makeBundle(const std::filesystem::path& path, const std::string& name) {
+void makeScanBundle(const std::filesystem::path& path, const std::string& name) {
     writeFile(path / "Contents/Info.plist",
               "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>CFBundleName</key><string>" + name +
                   "</string></dict></plist>");
@@ -28,11 +28,11 @@ std::vector<std::string> names(const AppScanner::Report& report) {
 
 TEST(AppScanner, SortsByNameCaseAsideKeepingTheOrderFound) {
     TempDir tmp;
-    makeBundle(tmp / "one/a.app", "report");
-    makeBundle(tmp / "one/b.app", "Zeta");
-    makeBundle(tmp / "two/c.app", "Report");
-    makeBundle(tmp / "two/d.app", "alpha");
-    makeBundle(tmp / "two/e.app", "Beta");
+    makeScanBundle(tmp / "one/a.app", "report");
+    makeScanBundle(tmp / "one/b.app", "Zeta");
+    makeScanBundle(tmp / "two/c.app", "Report");
+    makeScanBundle(tmp / "two/d.app", "alpha");
+    makeScanBundle(tmp / "two/e.app", "Beta");
 
     AppScanner scanner{{{tmp / "one", tmp / "two"}, false, 1}};
     EXPECT_EQ(names(scanner.scan()), (std::vector<std::string>{"alpha", "Beta", "report", "Report", "Zeta"}));

@@ -96,7 +96,7 @@ Bytes joined(std::initializer_list<Bytes> parts) {
     return out;
 }
 
-MachOError errorOf(const Bytes& data) {
+MachOError machOErrorOf(const Bytes& data) {
     return thrownBy<MachOError>([&] { MachO::archs(data); });
 }
 
@@ -150,24 +150,24 @@ TEST(MachOHeader, FatTablesAreBoundedAndChecked) {
     EXPECT_EQ(archs[0], MachOArch::arm64e);
     EXPECT_EQ(archs[31], MachOArch::x86_64h);
     // One byte short of the table.
-    EXPECT_EQ(errorOf(Bytes(full.begin(), full.end() - 1)), MachOError::truncated());
+    EXPECT_EQ(machOErrorOf(Bytes(full.begin(), full.end() - 1)), MachOError::truncated());
 
     many.push_back(Slice{cpuX86_64, 3, 0});
-    EXPECT_EQ(errorOf(fat(many, true)), MachOError::tooManyArchs(33));
-    EXPECT_EQ(errorOf(fat(many, false)), MachOError::tooManyArchs(33));
-    EXPECT_EQ(errorOf(fat({}, false, 0xFFFFFFFF)).description(), "tooManyArchs(4294967295)");
-    EXPECT_EQ(errorOf(fat({}, false, 0)), MachOError::notMachO());
-    EXPECT_EQ(errorOf(fat({{cpuX86_64, 3, 0}}, false, 2)), MachOError::truncated());
+    EXPECT_EQ(machOErrorOf(fat(many, true)), MachOError::tooManyArchs(33));
+    EXPECT_EQ(machOErrorOf(fat(many, false)), MachOError::tooManyArchs(33));
+    EXPECT_EQ(machOErrorOf(fat({}, false, 0xFFFFFFFF)).description(), "tooManyArchs(4294967295)");
+    EXPECT_EQ(machOErrorOf(fat({}, false, 0)), MachOError::notMachO());
+    EXPECT_EQ(machOErrorOf(fat({{cpuX86_64, 3, 0}}, false, 2)), MachOError::truncated());
     // Doubles stay, in file order.
     EXPECT_EQ(MachO::archs(fat({{cpuArm64, 0, 0}, {cpuArm64, 0, 0}}, false)),
               (std::vector<MachOArch>{MachOArch::arm64, MachOArch::arm64}));
 }
 
 TEST(MachOHeader, ShortFilesAndByteOrder) {
-    EXPECT_EQ(errorOf(Writer().text("1234567").data), MachOError::notMachO());
-    EXPECT_EQ(errorOf(Writer().text("plain text").data), MachOError::truncated());
-    EXPECT_EQ(errorOf(Writer().le32(0xFEEDFACF).le32(cpuX86_64).data), MachOError::truncated());
-    EXPECT_EQ(errorOf(Writer().text("just some plain text").data), MachOError::notMachO());
+    EXPECT_EQ(machOErrorOf(Writer().text("1234567").data), MachOError::notMachO());
+    EXPECT_EQ(machOErrorOf(Writer().text("plain text").data), MachOError::truncated());
+    EXPECT_EQ(machOErrorOf(Writer().le32(0xFEEDFACF).le32(cpuX86_64).data), MachOError::truncated());
+    EXPECT_EQ(machOErrorOf(Writer().text("just some plain text").data), MachOError::notMachO());
     // Big-endian thin headers, as PowerPC executables have them.
     EXPECT_EQ(MachO::archs(Writer().be32(0xFEEDFACE).be32(18).be32(0).data), std::vector{MachOArch::ppc});
     EXPECT_EQ(MachO::archs(Writer().be32(0xFEEDFACF).be32(0x1000012).be32(0).data), std::vector{MachOArch::ppc64});

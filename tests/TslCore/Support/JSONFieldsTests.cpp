@@ -57,7 +57,7 @@ void fields(V& v, R& r) {
     v("kept", r.kept, JSONFields::lenientElements);
 }
 
-const json sample = json::parse(R"({"name":"n","scale":1.5,"data":"AAE=","at":"2026-10-07T12:00:05Z",
+const json sampleJSON = json::parse(R"({"name":"n","scale":1.5,"data":"AAE=","at":"2026-10-07T12:00:05Z",
     "items":[{"count":1,"parts":[]},{"count":2,"note":"x","parts":[{"count":3,"parts":[]}]}],
     "sizes":{"a":1},"tags":["a","b"],"cores":8,"flag":true,"kept":[{"count":5,"parts":[]}]})");
 
@@ -73,7 +73,7 @@ std::string errorOf(const json& j) {
 }
 
 json with(const std::string& pointer, const json& value) {
-    json j = sample;
+    json j = sampleJSON;
     j[json::json_pointer(pointer)] = value;
     return j;
 }
@@ -81,12 +81,12 @@ json with(const std::string& pointer, const json& value) {
 }  // namespace
 
 TEST(JSONFields, OneListEncodesAndDecodesTheSameRecord) {
-    const Whole whole = decoded(sample);
+    const Whole whole = decoded(sampleJSON);
     EXPECT_EQ(whole.items[1].parts[0].count, 3);
     EXPECT_EQ(whole.data, (Bytes{0, 1}));
     EXPECT_EQ(whole.tags, (std::set<std::string>{"a", "b"}));
     const json again = JSONFields::toJSON(whole);
-    EXPECT_EQ(again, sample);
+    EXPECT_EQ(again, sampleJSON);
     EXPECT_EQ(decoded(again), whole);
 
     // Absent optionals are left out; whole numbers go without a fraction.
@@ -143,7 +143,7 @@ TEST(JSONFields, IntegersAreWholeAndFitTheirType) {
 TEST(JSONFields, LenientFieldsKeepTheRecordsDefault) {
     EXPECT_EQ(decoded(with("/cores", "many")).cores, 4);
     EXPECT_EQ(decoded(with("/cores", nullptr)).cores, 4);
-    json absent = sample;
+    json absent = sampleJSON;
     absent.erase("cores");
     absent.erase("flag");
     EXPECT_EQ(decoded(absent).cores, 4);

@@ -18,13 +18,13 @@ std::string encodeText(const ControlEnvelope& e) {
     return std::string(b.begin(), b.end());
 }
 
-ControlEnvelope decodeText(std::string_view text) {
+ControlEnvelope decodeEnvelope(std::string_view text) {
     return WireJSON::decodeEnvelope(reinterpret_cast<const uint8_t*>(text.data()), text.size());
 }
 
 std::string decodeErrorOf(std::string_view text) {
     try {
-        decodeText(text);
+        decodeEnvelope(text);
     } catch (const WireJSON::DecodeError& e) {
         return e.description();
     }
@@ -60,7 +60,8 @@ const MenuNode fileMenu{"File", {0}, true, false, std::nullopt,
                         {{"Save", {0, 0}, true, false, "⌘S", {}},
                          {"Recent", {0, 1}, true, false, std::nullopt, {{"a.txt", {0, 1, 0}, false, true, {}, {}}}}}};
 
-const ProvisionReport report{1, "2026-10-01T12:00:00Z", std::nullopt, true, true, false, false, "me", std::nullopt};
+const ProvisionReport provisionReport{1,           "2026-10-01T12:00:00Z", std::nullopt, true, true, false, false, "me",
+                                      std::nullopt};
 
 struct Golden {
     const char* name;
@@ -84,7 +85,7 @@ std::vector<Golden> goldens() {
                            {"public.rtf", {}}}};
     const std::string share = "/Volumes/My Shared Files/Tessel/Migrate/com.example.editor/";
     const std::string escapedShare = R"(\/Volumes\/My Shared Files\/Tessel\/Migrate\/com.example.editor\/)";
-    AgentStatus status{12.5, {7, 8}, true, false, true, report};
+    AgentStatus status{12.5, {7, 8}, true, false, true, provisionReport};
 
     auto env = [](uint32_t id, std::optional<uint32_t> replyTo, ControlMessage m) {
         return ControlEnvelope{id, replyTo, std::move(m)};
@@ -165,7 +166,7 @@ TEST(ControlJSON, EveryCaseHasItsExactBytesAndRoundTrips) {
         SCOPED_TRACE(g.name);
         EXPECT_TRUE(keysSorted(nlohmann::ordered_json::parse(g.json)));
         EXPECT_EQ(encodeText(g.envelope), g.json);
-        EXPECT_EQ(decodeText(g.json), g.envelope);
+        EXPECT_EQ(decodeEnvelope(g.json), g.envelope);
         seen.insert(g.envelope.message.kind());
     }
     EXPECT_EQ(seen.size(), ControlMessage::kindCount);
@@ -187,7 +188,7 @@ TEST(ControlJSON, CaseNamesAndKinds) {
 
 TEST(ControlJSON, DecoderAcceptsWhatThePeerMaySend) {
     auto windowList = [](std::string window) {
-        return decodeText(R"({"id":1,"message":{"windowList":{"_0":[)" + window + "]}}}");
+        return decodeEnvelope(R"({"id":1,"message":{"windowList":{"_0":[)" + window + "]}}}");
     };
     struct Case {
         std::string json;
@@ -211,7 +212,7 @@ TEST(ControlJSON, DecoderAcceptsWhatThePeerMaySend) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.json);
-        EXPECT_EQ(decodeText(c.json), c.expected);
+        EXPECT_EQ(decodeEnvelope(c.json), c.expected);
     }
     // Null optionals read as absent; unknown keys inside records are skipped.
     GuestWindow w = bareWindow;
@@ -293,7 +294,7 @@ MenuNode nestedMenu(int depth) {
 
 TEST(ControlJSON, MenusNestDeepButNotWithoutBound) {
     ControlEnvelope deep{1, {}, CM::Menu{1, {nestedMenu(200)}}};
-    EXPECT_EQ(decodeText(encodeText(deep)), deep);
+    EXPECT_EQ(decodeEnvelope(encodeText(deep)), deep);
 
     ControlEnvelope tooDeep{1, {}, CM::Menu{1, {nestedMenu(300)}}};
     EXPECT_EQ(decodeErrorOf(encodeText(tooDeep)), "nesting deeper than 512 levels");
@@ -327,7 +328,7 @@ TEST(ControlJSON, EncoderRefusesNonFiniteNumbersAndRepairsText) {
     GuestWindow w = bareWindow;
     w.title = "bad \xC3 byte";
     ControlEnvelope e{1, {}, CM::WindowList{{w}}};
-    ControlEnvelope back = decodeText(encodeText(e));
+    ControlEnvelope back = decodeEnvelope(encodeText(e));
     EXPECT_EQ(back.message.get<CM::WindowList>()->value[0].title, "bad \uFFFD byte");
 
     // Large integral values keep their exact digits; others print shortest.
@@ -343,11 +344,11 @@ TEST(ProvisionReportJSON, RequiredKeysAndOptionals) {
     auto decode = [](std::string_view text) {
         return WireJSON::decodeProvisionReport(reinterpret_cast<const uint8_t*>(text.data()), text.size());
     };
-    Bytes bytes = WireJSON::encode(report);
+    Bytes bytes = WireJSON::encode(provisionReport);
     EXPECT_EQ(std::string(bytes.begin(), bytes.end()),
               R"({"autoLoginUser":"me","autoUpdatesOff":true,"fileVault":false,"installedAt":"2026-10-01T12:00:00Z",)"
               R"("rosetta":true,"schema":1,"sleepOff":false})");
-    EXPECT_EQ(WireJSON::decodeProvisionReport(bytes.data(), bytes.size()), report);
+    EXPECT_EQ(WireJSON::decodeProvisionReport(bytes.data(), bytes.size()), provisionReport);
 
     ProvisionReport minimal{3, {}, {}, false, true, true, true, {}, {}};
     EXPECT_EQ(decode(R"({"schema":3,"rosetta":false,"autoUpdatesOff":true,"sleepOff":true,"fileVault":true})"), minimal);

@@ -18,7 +18,7 @@ Bytes encoded(const InputEvent& e) {
     return w.data;
 }
 
-std::string refusal(Bytes b) {
+std::string eventRefusal(Bytes b) {
     return wireErrorOf([&] {
         ByteReader r(b);
         InputEvent::decode(r);
@@ -71,20 +71,20 @@ TEST(InputEvent, RefusesBadKindButtonAndCoordinates) {
         b[at] = v;
         return b;
     };
-    EXPECT_EQ(refusal(with(0, 0)), "input kind 0");
-    EXPECT_EQ(refusal(with(0, 9)), "input kind 9");
+    EXPECT_EQ(eventRefusal(with(0, 0)), "input kind 0");
+    EXPECT_EQ(eventRefusal(with(0, 9)), "input kind 9");
     Bytes keyWithButton = with(0, uint8_t(InputEvent::Kind::keyUp));
     keyWithButton[1] = 3;
-    EXPECT_EQ(refusal(keyWithButton), "button 3");
+    EXPECT_EQ(eventRefusal(keyWithButton), "button 3");
 
     auto withFloat = [&](size_t at, float f) {
         InputEvent e;
         (at == 8 ? e.x : at == 12 ? e.y : at == 16 ? e.deltaX : e.deltaY) = f;
         return encoded(e);
     };
-    EXPECT_EQ(refusal(withFloat(8, std::numeric_limits<float>::infinity())), "non-finite coordinate");
-    EXPECT_EQ(refusal(withFloat(20, std::nanf(""))), "non-finite coordinate");
-    EXPECT_EQ(refusal(withFloat(16, -std::numeric_limits<float>::infinity())), "non-finite coordinate");
+    EXPECT_EQ(eventRefusal(withFloat(8, std::numeric_limits<float>::infinity())), "non-finite coordinate");
+    EXPECT_EQ(eventRefusal(withFloat(20, std::nanf(""))), "non-finite coordinate");
+    EXPECT_EQ(eventRefusal(withFloat(16, -std::numeric_limits<float>::infinity())), "non-finite coordinate");
     Bytes negative = withFloat(12, -500.0f);
     ByteReader r(negative);
     EXPECT_EQ(InputEvent::decode(r).y, -500.0f);

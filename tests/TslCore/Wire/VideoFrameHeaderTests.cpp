@@ -10,7 +10,7 @@ using tsl::test::wireErrorOf;
 
 namespace {
 
-VideoFrameHeader sample(VideoCodec codec, uint32_t width, uint32_t height, uint32_t bytesPerRow) {
+VideoFrameHeader sampleHeader(VideoCodec codec, uint32_t width, uint32_t height, uint32_t bytesPerRow) {
     VideoFrameHeader h;
     h.streamID = 7;
     h.codec = codec;
@@ -27,7 +27,7 @@ VideoFrameHeader sample(VideoCodec codec, uint32_t width, uint32_t height, uint3
     return h;
 }
 
-Bytes encoded(const VideoFrameHeader& h) {
+Bytes encodedHeader(const VideoFrameHeader& h) {
     ByteWriter w;
     h.encode(w);
     return w.data;
@@ -43,8 +43,8 @@ std::string decodeText(const Bytes& b) {
 }  // namespace
 
 TEST(VideoFrameHeader, LayoutIsFixedAndRoundTrips) {
-    auto h = sample(VideoCodec::h264, 1280, 720, 0);
-    Bytes b = encoded(h);
+    auto h = sampleHeader(VideoCodec::h264, 1280, 720, 0);
+    Bytes b = encodedHeader(h);
     ASSERT_EQ(b.size(), 48u);
     EXPECT_EQ(b[4], 2);         // codec
     EXPECT_EQ(b[5], 0x81);      // flags
@@ -64,20 +64,20 @@ TEST(VideoFrameHeader, LayoutIsFixedAndRoundTrips) {
 }
 
 TEST(VideoFrameHeader, RefusesBadCodecSizesAndShortPayloads) {
-    Bytes b = encoded(sample(VideoCodec::h264, 16384, 16384, 0));
+    Bytes b = encodedHeader(sampleHeader(VideoCodec::h264, 16384, 16384, 0));
     EXPECT_NO_THROW({ ByteReader r(b); VideoFrameHeader::decode(r); });
 
-    EXPECT_EQ(decodeText(encoded(sample(VideoCodec::h264, 16385, 720, 0))), "dimensions 16385x720");
-    EXPECT_EQ(decodeText(encoded(sample(VideoCodec::h264, 0, 720, 0))), "dimensions 0x720");
-    EXPECT_EQ(decodeText(encoded(sample(VideoCodec::h264, 640, 0, 0))), "dimensions 640x0");
+    EXPECT_EQ(decodeText(encodedHeader(sampleHeader(VideoCodec::h264, 16385, 720, 0))), "dimensions 16385x720");
+    EXPECT_EQ(decodeText(encodedHeader(sampleHeader(VideoCodec::h264, 0, 720, 0))), "dimensions 0x720");
+    EXPECT_EQ(decodeText(encodedHeader(sampleHeader(VideoCodec::h264, 640, 0, 0))), "dimensions 640x0");
 
-    Bytes badCodec = encoded(sample(VideoCodec::h264, 10, 10, 0));
+    Bytes badCodec = encodedHeader(sampleHeader(VideoCodec::h264, 10, 10, 0));
     badCodec[4] = 3;
     EXPECT_EQ(decodeText(badCodec), "codec 3");
     badCodec.resize(5);  // the codec is refused at once, before the rest is read
     EXPECT_EQ(decodeText(badCodec), "codec 3");
 
-    Bytes short47 = encoded(sample(VideoCodec::h264, 10, 10, 0));
+    Bytes short47 = encodedHeader(sampleHeader(VideoCodec::h264, 10, 10, 0));
     short47.pop_back();
     EXPECT_EQ(wireErrorOf([&] {
                   WireMessage::decode(WireHeader(MessageType::video, 47, 0, 1), short47);
@@ -88,7 +88,7 @@ TEST(VideoFrameHeader, RefusesBadCodecSizesAndShortPayloads) {
 TEST(VideoFrameHeader, RawPictureSizeMustMatchRows) {
     auto check = [](uint32_t bytesPerRow, uint64_t count) -> std::string {
         try {
-            sample(VideoCodec::rawBGRA, 100, 2, bytesPerRow).validateRaw(count);
+            sampleHeader(VideoCodec::rawBGRA, 100, 2, bytesPerRow).validateRaw(count);
             return "ok";
         } catch (const WireError& e) {
             return e.text();
@@ -100,5 +100,5 @@ TEST(VideoFrameHeader, RawPictureSizeMustMatchRows) {
     EXPECT_EQ(check(448, 896), "ok");  // slack at the end of rows
     EXPECT_EQ(check(448, 800), "raw payload 800 != 448\u00D72");
     // h264 pictures are not checked.
-    EXPECT_NO_THROW(sample(VideoCodec::h264, 100, 2, 0).validateRaw(3));
+    EXPECT_NO_THROW(sampleHeader(VideoCodec::h264, 100, 2, 0).validateRaw(3));
 }

@@ -15,9 +15,9 @@
 namespace tsl::test {
 namespace {
 
-constexpr auto limit = std::chrono::seconds(20);
+constexpr auto acceptorLimit = std::chrono::seconds(20);
 
-Hello hostHello() {
+Hello acceptorHostHello() {
     Hello h;
     h.role = Hello::Role::host;
     h.softwareVersion = "host";
@@ -51,7 +51,7 @@ struct AgentEnd {
     }
 
     ControlMessage send(ControlMessage message) {
-        return runBlocking(GlobalQueue::executor(), channel->request(std::move(message), 10), limit);
+        return runBlocking(GlobalQueue::executor(), channel->request(std::move(message), 10), acceptorLimit);
     }
     ControlMessage hello(std::vector<std::string> capabilities) { return send(ControlMessage::Hello{agentHello(std::move(capabilities))}); }
     // The handshake's refusal text, or "" when the hello passed.
@@ -68,7 +68,7 @@ struct AgentEnd {
 };
 
 std::shared_ptr<AgentLink> waitForLink(AgentAcceptor& acceptor, double timeout = 10) {
-    return runBlocking(GlobalQueue::executor(), acceptor.waitForLink(timeout), limit);
+    return runBlocking(GlobalQueue::executor(), acceptor.waitForLink(timeout), acceptorLimit);
 }
 
 VideoFrameHeader rawHeader(uint32_t streamID, uint32_t width, uint32_t height) {
@@ -111,7 +111,7 @@ struct Delivered {
 
 class AgentAcceptorTest : public ::testing::Test {
 protected:
-    std::shared_ptr<AgentAcceptor> acceptor = std::make_shared<AgentAcceptor>(hostHello());
+    std::shared_ptr<AgentAcceptor> acceptor = std::make_shared<AgentAcceptor>(acceptorHostHello());
     void TearDown() override {
         if (auto link = acceptor->currentLink()) link->close();
     }
@@ -121,7 +121,7 @@ TEST_F(AgentAcceptorTest, ChannelsInAnyOrderMakeOneLinkThatDeliversVideoAndEvent
     AgentEnd video(*acceptor, "v"), input(*acceptor, "i"), control(*acceptor, "c");
     auto hostReply = video.hello({"channel:video"});
     ASSERT_TRUE(hostReply.get<ControlMessage::Hello>());
-    EXPECT_EQ(hostReply.get<ControlMessage::Hello>()->value, hostHello());
+    EXPECT_EQ(hostReply.get<ControlMessage::Hello>()->value, acceptorHostHello());
     input.hello({"channel:input"});
     EXPECT_EQ(acceptor->currentLink(), nullptr);
 
@@ -269,7 +269,7 @@ TEST_F(AgentAcceptorTest, FirstMessagesThatAreNoAgentHelloForThePortAreRefusedAn
 
 TEST_F(AgentAcceptorTest, TheNinthPendingHandshakeIsDroppedAndSilentOnesTimeOut) {
     LogLines logs;
-    auto quick = std::make_shared<AgentAcceptor>(hostHello(), 0.3);
+    auto quick = std::make_shared<AgentAcceptor>(acceptorHostHello(), 0.3);
     std::vector<std::unique_ptr<AgentEnd>> pending;
     for (int i = 0; i < 8; ++i) pending.push_back(std::make_unique<AgentEnd>(*acceptor, "p" + std::to_string(i)));
     AgentEnd ninth(*acceptor, "p8");
@@ -302,7 +302,7 @@ TEST_F(AgentAcceptorTest, InputIsShedUnderBackPressureMouseMovesFirst) {
     acceptor->accept(hostFd, "c", std::nullopt);
     auto control = std::make_shared<ControlChannel>(std::make_shared<WireConnection>(agentFd, "agent-c"));
     control->start();
-    runBlocking(GlobalQueue::executor(), control->request(ControlMessage::Hello{agentHello({})}, 10), limit);
+    runBlocking(GlobalQueue::executor(), control->request(ControlMessage::Hello{agentHello({})}, 10), acceptorLimit);
     auto link = acceptor->currentLink();
     ASSERT_TRUE(link);
 
@@ -345,7 +345,7 @@ TEST_F(AgentAcceptorTest, InputIsShedUnderBackPressureMouseMovesFirst) {
     std::vector<uint8_t> buffer(65536);
     int skipped = 0;
     bool markerSent = false;
-    auto deadline = std::chrono::steady_clock::now() + limit;
+    auto deadline = std::chrono::steady_clock::now() + acceptorLimit;
     while (std::chrono::steady_clock::now() < deadline) {
         ssize_t n = ::recv(peerFd, buffer.data(), buffer.size(), MSG_DONTWAIT);
         if (n <= 0) {

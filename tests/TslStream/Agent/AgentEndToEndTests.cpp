@@ -18,11 +18,11 @@
 namespace tsl::test {
 namespace {
 
-constexpr auto limit = std::chrono::seconds(30);
+constexpr auto endToEndLimit = std::chrono::seconds(30);
 
 template <class T>
 T run(asio::awaitable<T> task) {
-    return runBlocking(GlobalQueue::executor(), std::move(task), limit);
+    return runBlocking(GlobalQueue::executor(), std::move(task), endToEndLimit);
 }
 
 // Pictures of the streams a link delivers, decoded by a restricted receiver.
@@ -43,7 +43,7 @@ public:
     std::vector<uint32_t> counters(uint32_t streamID, size_t count, VideoFrameHeader* last = nullptr) {
         std::unique_lock g(m);
         std::vector<uint32_t> out;
-        arrived.wait_for(g, limit, [&] {
+        arrived.wait_for(g, endToEndLimit, [&] {
             out.clear();
             for (const Picture& p : pictures)
                 if (p.header.streamID == streamID) {
@@ -58,7 +58,7 @@ public:
     // Whether a picture of the stream echoing `sequence` arrives, with the square white or not.
     bool echoed(uint32_t streamID, uint32_t sequence, bool white) {
         std::unique_lock g(m);
-        return arrived.wait_for(g, limit, [&] {
+        return arrived.wait_for(g, endToEndLimit, [&] {
             return std::any_of(pictures.begin(), pictures.end(), [&](const Picture& p) {
                 return p.header.streamID == streamID && p.header.inputEcho == sequence && p.white == white;
             });

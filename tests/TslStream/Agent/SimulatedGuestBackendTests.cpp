@@ -11,11 +11,11 @@
 namespace tsl::test {
 namespace {
 
-constexpr auto limit = std::chrono::seconds(30);
+constexpr auto backendLimit = std::chrono::seconds(30);
 
 template <class T>
-T run(asio::awaitable<T> task) {
-    return runBlocking(GlobalQueue::executor(), std::move(task), limit);
+T runOnBackend(asio::awaitable<T> task) {
+    return runBlocking(GlobalQueue::executor(), std::move(task), backendLimit);
 }
 
 bool waitUntil(const std::function<bool()>& condition) {
@@ -34,12 +34,12 @@ protected:
     std::vector<std::string> progress;
     GuestBackend::Progress record = [this](const std::string& text) { progress.push_back(text); };
 
-    void TearDown() override { run(backend.stop()); }
+    void TearDown() override { runOnBackend(backend.stop()); }
 };
 
 TEST_F(SimulatedGuestBackendTest, StartsOneAgentThatAnswersOverTheLinkAndStopsIt) {
     EXPECT_FALSE(backend.isRunning());
-    auto link = run(backend.start(record));
+    auto link = runOnBackend(backend.start(record));
     ASSERT_TRUE(link);
     EXPECT_TRUE(link->isLive());
     EXPECT_TRUE(backend.isRunning());
@@ -50,25 +50,25 @@ TEST_F(SimulatedGuestBackendTest, StartsOneAgentThatAnswersOverTheLinkAndStopsIt
 
     // The agent's three channels all arrive over the one socket.
     ASSERT_TRUE(waitUntil([&] { return link->videoChannel() && link->inputChannel(); }));
-    auto reply = run(link->control->request(ControlMessage::Status{}, 10));
+    auto reply = runOnBackend(link->control->request(ControlMessage::Status{}, 10));
     ASSERT_TRUE(reply.get<ControlMessage::Status>());
 
     // Started again while it lives: the same link, no second child, no progress.
     progress.clear();
-    EXPECT_EQ(run(backend.start(record)), link);
+    EXPECT_EQ(runOnBackend(backend.start(record)), link);
     EXPECT_TRUE(progress.empty());
 
-    run(backend.stop());
+    runOnBackend(backend.stop());
     EXPECT_FALSE(backend.isRunning());
     EXPECT_FALSE(link->isLive());
     EXPECT_FALSE(std::filesystem::exists(backend.socketPath));
 }
 
 TEST_F(SimulatedGuestBackendTest, AnAgentThatHasExitedIsReplacedOnTheNextStart) {
-    auto first = run(backend.start(nullptr));
+    auto first = runOnBackend(backend.start(nullptr));
     first->close();  // a simulated agent exits when its host goes
     ASSERT_TRUE(waitUntil([&] { return !backend.isRunning(); }));
-    auto second = run(backend.start(nullptr));
+    auto second = runOnBackend(backend.start(nullptr));
     EXPECT_NE(second, first);
     EXPECT_TRUE(second->isLive());
     EXPECT_TRUE(backend.isRunning());
@@ -76,14 +76,15 @@ TEST_F(SimulatedGuestBackendTest, AnAgentThatHasExitedIsReplacedOnTheNextStart) 
 
 TEST_F(SimulatedGuestBackendTest, AMissingAgentIsReportedWithItsPath) {
     SimulatedGuestBackend missing(dir / "guest", dir / "no-agent");
-    auto error = thrownBy<BackendError>([&] { run(missing.start(nullptr)); });
+    auto error = thrownBy<BackendError>([&] { runOnBackend(missing.start(nullptr)); });
     EXPECT_EQ(error.kind(), BackendError::Kind::agentMissing);
     EXPECT_EQ(error.description(), "Tessel’s agent is missing (" + (dir / "no-agent").string() +
                                        "). Download Tessel again from tessel.app.");
     // A file that isn't executable is missing as well.
     std::ofstream(dir / "plain") << "#!/bin/sh\n";
     SimulatedGuestBackend plain(dir / "guest", dir / "plain");
-    EXPECT_EQ(thrownBy<BackendError>([&] { run(plain.start(nullptr)); }).kind(), BackendError::Kind::agentMissing);
+    EXPECT_EQ(thrownBy<BackendError>([&] { runOnBackend(plain.start(nullptr)); }).kind(),
+              BackendError::Kind::agentMissing);
     EXPECT_FALSE(missing.isRunning());
 }
 

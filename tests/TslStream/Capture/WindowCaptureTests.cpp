@@ -13,7 +13,7 @@
 namespace tsl {
 namespace {
 
-constexpr auto limit = std::chrono::seconds(20);
+constexpr auto captureLimit = std::chrono::seconds(20);
 
 struct Frames {
     std::mutex lock;
@@ -49,7 +49,7 @@ struct CaptureTest : ::testing::Test {
         return std::make_shared<WindowCapture>(world.services.screenCapture, window, 60, scale, frames.handler(),
                                                frames.stopHandler());
     }
-    void run(asio::awaitable<void> task) { main.runTask(std::move(task), limit); }
+    void run(asio::awaitable<void> task) { main.runTask(std::move(task), captureLimit); }
     std::string startError(const std::shared_ptr<WindowCapture>& c) {
         try {
             run(c->start());

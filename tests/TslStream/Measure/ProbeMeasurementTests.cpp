@@ -26,7 +26,7 @@ std::shared_ptr<PixelBuffer> patternFrame(double scale, double originY, uint64_t
     return buffer;
 }
 
-InputEvent key(InputEvent::Kind kind, uint32_t sequence) {
+InputEvent probeKey(InputEvent::Kind kind, uint32_t sequence) {
     InputEvent e;
     e.kind = kind;
     e.keyCode = TestPatternSpec::f1KeyCode;
@@ -46,7 +46,7 @@ TEST(TestPatternProbe, ReadsBackWhatThePatternDraws) {
         }
     }
     SyntheticTestPattern pattern(2.0);
-    pattern.apply(key(InputEvent::Kind::keyDown, 1));
+    pattern.apply(probeKey(InputEvent::Kind::keyDown, 1));
     auto drawn = pattern.nextFrame();
     EXPECT_EQ(TestPatternProbe::counter(*drawn.buffer, 2.0, 0), 1u);
     EXPECT_EQ(TestPatternProbe::squareIsWhite(*drawn.buffer, 2.0, 0), true);
@@ -108,8 +108,8 @@ TEST(ProbeMeasurement, TimesAKeyUntilTheFirstFrameThatShowsIt) {
     std::thread decoder([&] {
         while (running) probe.onFrame(*pattern.nextFrame().buffer, 1.0);
     });
-    auto white = probe.measure(true, 30, [&] { pattern.apply(key(InputEvent::Kind::keyDown, 1)); });
-    auto black = probe.measure(false, 30, [&] { pattern.apply(key(InputEvent::Kind::keyUp, 2)); });
+    auto white = probe.measure(true, 30, [&] { pattern.apply(probeKey(InputEvent::Kind::keyDown, 1)); });
+    auto black = probe.measure(false, 30, [&] { pattern.apply(probeKey(InputEvent::Kind::keyUp, 2)); });
     running = false;
     decoder.join();
     ASSERT_TRUE(white);

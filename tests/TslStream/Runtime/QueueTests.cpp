@@ -15,9 +15,9 @@ using namespace tsl;
 
 namespace {
 
-constexpr auto kLimit = 20s;
+constexpr auto queueLimit = 20s;
 
-struct TestError : Error {
+struct QueueTestError : Error {
     using Error::Error;
 };
 
@@ -43,8 +43,10 @@ TEST(SerialQueue, RunsJobsOneAtATimeInPostingOrder) {
             });
     }
     auto [name, current] = Resumption<std::pair<std::string, bool>>::block(
-        [&](auto r) { queue.post([&, r]() mutable { r.resume({currentThreadName(), queue.isCurrent()}); }); },
-        kLimit);
+        [&](auto r) { queue.post([&, r]() mutable {
+                          r.resume({currentThreadName(), queue.isCurrent()});
+                      }); },
+        queueLimit);
     EXPECT_EQ(name, "tsl.control.sen");
     EXPECT_TRUE(current);
     EXPECT_EQ(overlaps, 0);
@@ -63,22 +65,29 @@ TEST(SerialQueue, EndsAfterItsQueuedJobsAndMayBeEndedByOne) {
     EXPECT_EQ(ran, 100);
 
     auto queue = std::make_unique<SerialQueue>("tsl.test.self");
-    Resumption<void>::block([&](auto r) { queue->post([&, r]() mutable { queue.reset(); r.resume(); }); }, kLimit);
+    Resumption<void>::block(
+        [&](auto r) {
+            queue->post([&, r]() mutable {
+                queue.reset();
+                r.resume();
+            });
+        },
+        queueLimit);
     EXPECT_EQ(queue, nullptr);
 }
 
 TEST(GlobalQueue, RunsTimeOutsAndTasksForPlainThreads) {
     auto firedOn = Resumption<std::string>::block(
-        [](auto r) { GlobalQueue::after(5ms, [r]() mutable { r.resume(currentThreadName()); }); }, kLimit);
+        [](auto r) { GlobalQueue::after(5ms, [r]() mutable { r.resume(currentThreadName()); }); }, queueLimit);
     EXPECT_EQ(firedOn, "tsl.global");
 
     auto answer = []() -> asio::awaitable<int> { co_return 42; };
-    EXPECT_EQ(runBlocking(GlobalQueue::executor(), answer(), kLimit), 42);
+    EXPECT_EQ(runBlocking(GlobalQueue::executor(), answer(), queueLimit), 42);
     auto refuse = []() -> asio::awaitable<void> {
-        throw TestError("refused");
+        throw QueueTestError("refused");
         co_return;
     };
-    EXPECT_THROW(runBlocking(GlobalQueue::executor(), refuse(), kLimit), TestError);
+    EXPECT_THROW(runBlocking(GlobalQueue::executor(), refuse(), queueLimit), QueueTestError);
     try {
         // Parked for a second, well past the bound; it ends alone, unheard.
         auto parked = Resumption<int>::suspend([](auto r) { GlobalQueue::after(1s, [r] {}); });

@@ -17,11 +17,11 @@ using namespace tsl;
 
 namespace {
 
-struct TestError : Error {
+struct ResumptionTestError : Error {
     using Error::Error;
 };
 
-constexpr auto kLimit = 20s;
+constexpr auto resumptionLimit = 20s;
 
 }  // namespace
 
@@ -44,14 +44,14 @@ TEST(Resumption, RacingCompletersResumeTheWaiterExactlyOnce) {
             EXPECT_TRUE(MainActor::isOnMainThread());
             co_return got;
         };
-        int got = main.runTask(waiter(), kLimit);
+        int got = main.runTask(waiter(), resumptionLimit);
         racers.clear();
         EXPECT_EQ(wins, 1);
         EXPECT_EQ(got, winner);
 
         // The blocking flavour under the same race.
         wins = 0;
-        got = Resumption<int>::block(race, kLimit);
+        got = Resumption<int>::block(race, resumptionLimit);
         racers.clear();
         EXPECT_EQ(wins, 1);
         EXPECT_EQ(got, winner);
@@ -72,11 +72,13 @@ TEST(Resumption, ResumesOnTheWaitersExecutorAfterTheCompleterReturns) {
         EXPECT_TRUE(held.resume(7));
         trace.push_back("completer returned");
     });
-    ASSERT_TRUE(main.runFor(kLimit));
+    ASSERT_TRUE(main.runFor(resumptionLimit));
     EXPECT_EQ(trace, (std::vector<std::string>{"wait", "completer returned", "got 7"}));
 
     // Completed inside start, as a request on a closed channel is refused.
-    EXPECT_THROW(main.runTask(Resumption<int>::suspend([](auto r) { r.fail(TestError("closed")); }), kLimit), TestError);
+    EXPECT_THROW(
+        main.runTask(Resumption<int>::suspend([](auto r) { r.fail(ResumptionTestError("closed")); }), resumptionLimit),
+        ResumptionTestError);
 
     // A coroutine on a serial queue, completed from this plain thread.
     SerialQueue queue("tsl.test.queue");
@@ -87,19 +89,21 @@ TEST(Resumption, ResumesOnTheWaitersExecutorAfterTheCompleterReturns) {
                 report.resume(queue.isCurrent());
             });
         },
-        kLimit);
+        resumptionLimit);
     EXPECT_TRUE(onQueue);
 }
 
 TEST(Resumption, ErrorsAbandonmentAndTimeLimits) {
     MainActor main;
     try {
-        main.runTask(Resumption<int>::suspend([](auto) {}), kLimit);
+        main.runTask(Resumption<int>::suspend([](auto) {}), resumptionLimit);
         ADD_FAILURE() << "a resumption nobody kept must not hang";
     } catch (const RuntimeError& e) {
         EXPECT_EQ(e.kind(), RuntimeError::Kind::abandoned);
     }
-    EXPECT_THROW(main.runTask(Resumption<int>::suspend([](auto) { throw TestError("start"); }), kLimit), TestError);
+    EXPECT_THROW(
+        main.runTask(Resumption<int>::suspend([](auto) { throw ResumptionTestError("start"); }), resumptionLimit),
+        ResumptionTestError);
     try {
         Resumption<std::string>::block([](auto) {});
         ADD_FAILURE();
@@ -116,7 +120,7 @@ TEST(Resumption, ErrorsAbandonmentAndTimeLimits) {
         EXPECT_EQ(e.kind(), RuntimeError::Kind::timedOut);
     }
     EXPECT_FALSE(late.resume(1));
-    EXPECT_FALSE(late.fail(TestError("late")));
+    EXPECT_FALSE(late.fail(ResumptionTestError("late")));
     EXPECT_FALSE(Resumption<int>().resume(1));
 }
 
@@ -143,30 +147,30 @@ TEST(Resumption, ReplyAndTimeoutRaceThroughTheMap) {
                 waiters.emplace(id, std::move(r));
             }
             if (replies) GlobalQueue::post([&, id] { complete(take(id).resume("reply")); });
-            GlobalQueue::after(timeout, [&, id] { complete(take(id).fail(TestError("timeout"))); });
+            GlobalQueue::after(timeout, [&, id] { complete(take(id).fail(ResumptionTestError("timeout"))); });
         });
     };
 
     // The reply comes first; the time-out fires later and finds nothing.
-    EXPECT_EQ(main.runTask(request(1, 20ms, true), kLimit), "reply");
-    ASSERT_TRUE(main.runUntil([&] { return completersRun == 2; }, kLimit));
+    EXPECT_EQ(main.runTask(request(1, 20ms, true), resumptionLimit), "reply");
+    ASSERT_TRUE(main.runUntil([&] { return completersRun == 2; }, resumptionLimit));
     EXPECT_EQ(completions, 1);
 
     // No reply: the time-out completes it.
     completions = completersRun = 0;
-    EXPECT_THROW(main.runTask(request(2, 0ms, false), kLimit), TestError);
-    ASSERT_TRUE(main.runUntil([&] { return completersRun == 1; }, kLimit));
+    EXPECT_THROW(main.runTask(request(2, 0ms, false), resumptionLimit), ResumptionTestError);
+    ASSERT_TRUE(main.runUntil([&] { return completersRun == 1; }, resumptionLimit));
     EXPECT_EQ(completions, 1);
 
     // Both at once, many times: one of them, never both.
     for (int id = 3; id < 203; ++id) {
         completions = completersRun = 0;
         try {
-            EXPECT_EQ(main.runTask(request(id, 0ms, true), kLimit), "reply");
-        } catch (const TestError& e) {
+            EXPECT_EQ(main.runTask(request(id, 0ms, true), resumptionLimit), "reply");
+        } catch (const ResumptionTestError& e) {
             EXPECT_STREQ(e.what(), "timeout");
         }
-        ASSERT_TRUE(main.runUntil([&] { return completersRun == 2; }, kLimit));
+        ASSERT_TRUE(main.runUntil([&] { return completersRun == 2; }, resumptionLimit));
         EXPECT_EQ(completions, 1);
     }
     EXPECT_TRUE(waiters.empty());

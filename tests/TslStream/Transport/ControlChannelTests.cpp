@@ -21,7 +21,7 @@ using tsl::test::Waiter;
 
 namespace {
 
-constexpr auto limit = std::chrono::seconds(10);
+constexpr auto channelLimit = std::chrono::seconds(10);
 
 // The far end of a channel under test: a plain connection that records what
 // arrives and can answer.
@@ -104,7 +104,7 @@ struct Fixture {
     }
 
     ControlMessage request(ControlMessage message, double timeout = 10) {
-        return runBlocking(GlobalQueue::executor(), channel->request(std::move(message), timeout), limit);
+        return runBlocking(GlobalQueue::executor(), channel->request(std::move(message), timeout), channelLimit);
     }
 };
 
