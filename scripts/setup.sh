@@ -16,7 +16,7 @@ packages=(
   libxcb1-dev libxcb-composite0-dev libxcb-damage0-dev libxcb-render0-dev libxcb-shm0-dev libxcb-xtest0-dev libxcb-xfixes0-dev
   libxcb-res0-dev libxcb-keysyms1-dev openbox xterm x11-apps x11-utils
   libatspi2.0-dev at-spi2-core dbus libglib2.0-bin gtk-3-examples
-  clang-14 lld-14 llvm-14 libclang-rt-14-dev python3
+  clang-14 lld-14 lld llvm-14 libclang-rt-14-dev python3
   xclip libglib2.0-dev
 )
 
