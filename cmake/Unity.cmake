@@ -13,7 +13,9 @@
 # TSL_UNITY=OFF compiles every file on its own (to find which file of a batch
 # a message is about, or to prove a batch changes nothing).
 option(TSL_UNITY "Compile sources in unity batches" ON)
-set(TSL_UNITY_BATCH 8 CACHE STRING "Sources per unity batch")
+# Twelve: larger batches repeat the shared templates less (16 instead of 8
+# saved an eighth) but rebuild more after a one-file change.
+set(tsl_unity_batch 12)
 
 # tsl_unity_batches(<out-var> <name> <sources...>): the sources as batch files
 # that include them, plus those marked SKIP_UNITY_BUILD_INCLUSION. CMake's own
@@ -39,7 +41,7 @@ function(tsl_unity_batches out name)
     file(RELATIVE_PATH relative ${dir} ${source})
     string(APPEND content "#include \"${relative}\"\n")
     math(EXPR count "${count} + 1")
-    if(count EQUAL TSL_UNITY_BATCH)
+    if(count EQUAL tsl_unity_batch)
       file(CONFIGURE OUTPUT ${dir}/${name}_${index}.cpp CONTENT "${content}" @ONLY)
       list(APPEND result ${dir}/${name}_${index}.cpp)
       math(EXPR index "${index} + 1")
