@@ -6,7 +6,7 @@ set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 presets=("$@")
 [ ${#presets[@]} -gt 0 ] || presets=(release asan tsan fuzz)
-# A cold machine (no compiler cache) can take most of an hour and a half for
+# A cold machine (no compiler cache, two cores) takes about half an hour for
 # all four; a preset not begun within the first hour is skipped, loudly, so
 # that a run always ends with the results it has. TSL_TEST_HOUR changes it.
 hour=${TSL_TEST_HOUR:-3600}
