@@ -4,9 +4,7 @@
 #include <filesystem>
 
 #include "BenchSupport.h"
-#include "Platform/Sim/Desktop.h"
-#include "TslAgent/AgentRunner.h"
-#include "TslAgent/AgentService.h"
+#include "ListeningAgent.h"
 #include "TslStream/Runtime/GlobalQueue.h"
 #include "TslStream/Runtime/MainActor.h"
 #include "TslStream/Runtime/Task.h"
@@ -31,20 +29,9 @@ ControlMessage request(const std::shared_ptr<ControlChannel>& channel) {
 int main() {
     auto raw = rawPingPongMicros(5000);
 
-    char dir[] = "/tmp/tsl-bench-XXXXXX";
-    if (!::mkdtemp(dir)) return 1;
-    std::string socket = std::string(dir) + "/agent.sock";
-    MainActor main;
-    auto config = AgentConfig::simulation(AgentConfig::Mode::listen(SocketEndpoint::unix(socket)), dir, false);
-    auto service = std::make_shared<AgentService>(config, Sim::Desktop::make()->services(), [](int) {});
-    auto runner = std::make_unique<AgentRunner>(config, service, [](int) {});
-    runner->run();
-
     std::vector<double> freshMicros, helloMicros;
     double perSecond = 0;
-    std::atomic<bool> done = false;
-    std::thread client([&] {
-        while (!std::filesystem::exists(socket)) std::this_thread::yield();
+    withListeningAgent(std::chrono::minutes(5), [&](const std::string& socket) {
         for (int i = 0; i < 300; ++i) {
             uint64_t t0 = MonoClock::nowNs();
             auto channel = std::make_shared<ControlChannel>(
@@ -67,12 +54,7 @@ int main() {
         }
         perSecond = count / (double(MonoClock::nowNs() - t0) / 1e9);
         channel->close();
-        done = true;
     });
-    main.runUntil([&] { return done.load(); }, std::chrono::minutes(5));
-    client.join();
-    runner.reset();
-    std::filesystem::remove_all(dir);
 
     double rawP50 = percentile(raw, 0.5);
     std::printf("raw 100-byte round trip:            p50 %.1f us\n", rawP50);

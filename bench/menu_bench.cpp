@@ -17,22 +17,6 @@ using namespace tsl;
 
 namespace {
 
-// Medians of two ways, taken in turns so that the machine's load falls on both alike.
-std::pair<double, double> medianMicros(int rounds, const std::function<void()>& ours,
-                                       const std::function<void()>& bare) {
-    std::vector<double> a, b;
-    auto time = [](const std::function<void()>& fn) {
-        auto t0 = std::chrono::steady_clock::now();
-        fn();
-        return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - t0).count();
-    };
-    for (int i = 0; i < rounds; ++i) {
-        a.push_back(time(ours));
-        b.push_back(time(bare));
-    }
-    return {bench::percentile(a, 0.5), bench::percentile(b, 0.5)};
-}
-
 int walk(AtspiAccessible* a) {
     int nodes = 1;
     g_free(atspi_accessible_get_name(a, nullptr));
@@ -101,7 +85,7 @@ int main() {
     const PlatformServices platform = desktop->services({});
     const int32_t pid = *window->pid;
     int ourNodes = 0, bareNodes = 0;
-    auto [ours, bare] = medianMicros(
+    auto [ours, bare] = bench::medianMicrosInTurns(
         30, [&] { ourNodes = count(MenuReader::menuBar(platform, pid, false)); }, [&] { bareNodes = bareWalk(pid); });
     std::printf("menu walk: %d items in %.0f us, bare libatspi %d nodes in %.0f us\n", ourNodes, ours, bareNodes, bare);
     bench::ratioLine("menu walk of gtk3-demo-application, against a bare libatspi walk", ours, bare, 1.5, false);

@@ -12,9 +12,7 @@
 #include <string>
 
 #include "BenchSupport.h"
-#include "Platform/Sim/Desktop.h"
-#include "TslAgent/AgentRunner.h"
-#include "TslAgent/AgentService.h"
+#include "ListeningAgent.h"
 #include "TslCore/Wire/FrameDecoder.h"
 #include "TslStream/Runtime/MainActor.h"
 #include "TslStream/Transport/HandshakeGate.h"
@@ -107,23 +105,12 @@ int main() {
     limit.rlim_cur = std::min<rlim_t>(1024, limit.rlim_max);
     ::setrlimit(RLIMIT_NOFILE, &limit);
 
-    char dir[] = "/tmp/tsl-soak-XXXXXX";
-    if (!::mkdtemp(dir)) return 1;
-    std::string socket = std::string(dir) + "/agent.sock";
-    MainActor main;
-    auto config = AgentConfig::simulation(AgentConfig::Mode::listen(SocketEndpoint::unix(socket)), dir, false);
-    auto service = std::make_shared<AgentService>(config, Sim::Desktop::make()->services(), [](int) {});
-    auto runner = std::make_unique<AgentRunner>(config, service, [](int) {});
-    runner->run();
-
     const int cycles = 10000;
     std::vector<size_t> residentKiB;
     Figures base, afterGreeted, afterRapid, ungreeted;
     int failures = 0;
     bool servedAfterRapid = false;
-    std::atomic<bool> done = false;
-    std::thread client([&] {
-        while (!std::filesystem::exists(socket)) std::this_thread::yield();
+    withListeningAgent(std::chrono::minutes(20), [&](const std::string& socket) {
         for (int i = 0; i < 1000; ++i) failures += !cycle(socket, true);  // pools and caches fill first
         base = settled(figures().threads);
         residentKiB.push_back(base.residentKiB);
@@ -148,12 +135,7 @@ int main() {
         ungreeted.descriptors -= quiet.descriptors;
         for (int fd : silent) ::close(fd);
         settled(base.threads);
-        done = true;
     });
-    main.runUntil([&] { return done.load(); }, std::chrono::minutes(20));
-    client.join();
-    runner.reset();
-    std::filesystem::remove_all(dir);
 
     double growthPer1000 =
         double(residentKiB.back() - std::min(residentKiB.back(), residentKiB.front())) / double(residentKiB.size() - 1);

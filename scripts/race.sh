@@ -31,17 +31,7 @@ done
 # xpra with the recommended modules its fast paths use (pictures, arrays, lz4 and friends).
 packages=(xpra python3-gi-cairo python3-pil python3-numpy python3-lz4 python3-lzo python3-brotli python3-cpuinfo
   python3-xdg xvfb openbox)
-missing=()
-for p in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "installing: ${missing[*]}"
-  sudo_cmd=""
-  [ "$(id -u)" -ne 0 ] && sudo_cmd="sudo"
-  $sudo_cmd env DEBIAN_FRONTEND=noninteractive apt-get update -qq
-  $sudo_cmd env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}"
-fi
+"$here/scripts/install-packages.sh" "${packages[@]}"
 "$here/scripts/setup.sh" release >/dev/null
 bin="$here/build/release"
 

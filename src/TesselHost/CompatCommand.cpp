@@ -10,6 +10,7 @@
 
 #include "TesselHost/Commands.h"
 #include "TesselHost/HostText.h"
+#include "TesselHost/ScanOptions.h"
 #include "TslCore/Compat/CompatAssessor.h"
 #include "TslCore/Compat/CompatError.h"
 #include "TslCore/Compat/CompatUpdater.h"
@@ -21,10 +22,8 @@ namespace tsl::host {
 namespace {
 
 struct CompatArguments {
-    std::vector<std::string> roots;
+    ScanOptions walk;
     std::string database;
-    int maxDepth = 2;
-    bool includeApple = false;
     bool json = false;
 };
 
@@ -101,20 +100,7 @@ ExitStatus runCompat(const CompatArguments& args) {
         }
     }
 
-    AppScanner scanner;
-    scanner.options.roots = args.roots.empty() ? AppScanner::defaultRoots() : absoluteRoots(args.roots);
-    scanner.options.maxDepth = args.maxDepth;
-    scanner.options.includeApple = args.includeApple;
-    AppScanner::Report report;
-    {
-        StatusLine line;
-        AppScanner::Progress progress;
-        if (line.active())
-            progress = [&line](size_t read, const AppBundleInfo&) {
-                line.show("Scanning… " + std::to_string(read) + " applications");
-            };
-        report = scanner.scan(progress);
-    }
+    const AppScanner::Report report = args.walk.scan();
 
     std::vector<Assessed> list;
     list.reserve(report.apps.size());
@@ -133,13 +119,8 @@ ExitStatus runCompat(const CompatArguments& args) {
 void addCompatCommand(CLI::App& app, ExitStatus& status) {
     auto args = std::make_shared<CompatArguments>();
     CLI::App* compat = app.add_subcommand("compat", "Scan applications and say which to keep and how they will fare");
-    compat->add_option("roots", args->roots,
-                       "Folders to walk (default: /Applications, /Applications/Utilities, ~/Applications)");
+    args->walk.addTo(*compat);
     compat->add_option("--db", args->database, "Compatibility database to assess against (JSON; default: none)");
-    compat->add_option("--max-depth", args->maxDepth, "Levels of folders to look at; 1 = a root's direct children")
-        ->check(CLI::Range(1, 64))
-        ->capture_default_str();
-    compat->add_flag("--include-apple", args->includeApple, "Also list applications whose identifier begins com.apple.");
     compat->add_flag("--json", args->json, "Print the groups as JSON");
     setAction(compat, status, [args] { return runCompat(*args); });
 }

@@ -11,6 +11,7 @@
 
 #include "TesselHost/Commands.h"
 #include "TesselHost/HostText.h"
+#include "TesselHost/ScanOptions.h"
 #include "TslCore/Scanner/AppScanner.h"
 #include "TslCore/Scanner/ScannerJSON.h"
 #include "TslCore/Support/Localized.h"
@@ -19,9 +20,7 @@ namespace tsl::host {
 namespace {
 
 struct ScanArguments {
-    std::vector<std::string> roots;
-    int maxDepth = 2;
-    bool includeApple = false;
+    ScanOptions walk;
     bool json = false;
 };
 
@@ -70,22 +69,8 @@ void printScanTable(const AppScanner::Report& report) {
     }
 }
 
-// Counts bundles on the status line.
-AppScanner::Progress progressCallback(StatusLine& line) {
-    if (!line.active()) return {};
-    return [&line](size_t read, const AppBundleInfo&) { line.show(L("Scanning… %@ applications", {std::to_string(read)})); };
-}
-
 ExitStatus runScan(const ScanArguments& args) {
-    AppScanner scanner;
-    scanner.options.roots = args.roots.empty() ? AppScanner::defaultRoots() : absoluteRoots(args.roots);
-    scanner.options.maxDepth = args.maxDepth;
-    scanner.options.includeApple = args.includeApple;
-    AppScanner::Report report;
-    {
-        StatusLine line;
-        report = scanner.scan(progressCallback(line));
-    }
+    const AppScanner::Report report = args.walk.scan();
     if (args.json) printJSON(report);
     else printScanTable(report);
     return ExitStatus::success;
@@ -96,12 +81,7 @@ ExitStatus runScan(const ScanArguments& args) {
 void addScanCommand(CLI::App& app, ExitStatus& status) {
     auto args = std::make_shared<ScanArguments>();
     CLI::App* scan = app.add_subcommand("scan", "List applications and the processors they are built for");
-    scan->add_option("roots", args->roots,
-                     "Folders to walk (default: /Applications, /Applications/Utilities, ~/Applications)");
-    scan->add_option("--max-depth", args->maxDepth, "Levels of folders to look at; 1 = a root's direct children")
-        ->check(CLI::Range(1, 64))
-        ->capture_default_str();
-    scan->add_flag("--include-apple", args->includeApple, "Also list applications whose identifier begins com.apple.");
+    args->walk.addTo(*scan);
     scan->add_flag("--json", args->json, "Print the report as JSON");
     setAction(scan, status, [args] { return runScan(*args); });
 }

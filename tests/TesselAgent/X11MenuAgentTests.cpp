@@ -1,12 +1,15 @@
 // Menus over a socket, as a host reaches them: tessel menus and tessel
 // press against the agent on a real display, reading and pressing the
-// menus of gtk3-demo-application.
+// menus of gtk3-demo-application; and the text of the dialog a press opens,
+// in the agent's dialog log.
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
 
 #include "Support/AgentTestSupport.h"
+#include "Support/Files.h"
 #include "Support/GtkDemo.h"
+#include "Support/TempDir.h"
 #include "Support/XDisplay.h"
 #include "TesselHost/TesselRun.h"
 #include "TslStream/Runtime/GlobalQueue.h"
@@ -91,6 +94,40 @@ TEST(X11MenuAgent, TesselReadsAndPressesAGuestWindowsMenus) {
     EXPECT_EQ(unknown.status, 1);
     EXPECT_EQ(unknown.err, "tessel press: no menu item Preferences > Italic\n");
     EXPECT_EQ(runTessel({"menus", "No Such Window", "--connect", endpoint}).status, 1);
+}
+
+TEST(X11MenuAgent, ModalDialogsOfKnownApplicationsAreLoggedWithTheirText) {
+    XDisplay display(true);
+    ASSERT_TRUE(display.ready());
+    auto window = GtkDemo::start(display);
+    ASSERT_TRUE(window) << "gtk3-demo-application did not come up on the accessibility bus";
+    // The application is known by the entry naming its program.
+    TempDir home, data;
+    writeFile(home / "Library/Application Support/TesselAgent/log-dialog-text", "");
+    writeFile(data / "applications/tsl-demo.desktop",
+              "[Desktop Entry]\nType=Application\nName=Demo\nExec=gtk3-demo-application\n");
+    ChildProcess agent(agentExecutable(), {"--desktop", "x11", "--listen", "tcp:127.0.0.1:0"},
+                       {"HOME=" + home.path().native(), "XDG_DATA_DIRS=" + data.path().native()});
+    const std::string endpoint = listening(agent);
+    ASSERT_FALSE(endpoint.empty()) << agent.standardError();
+
+    ASSERT_EQ(runTessel({"press", GtkDemo::title, "Help > About", "--connect", endpoint}).status, 0);
+    const auto dialog = display.waitForWindow("About GTK+ Code Demos");
+    ASSERT_TRUE(dialog);
+    const std::filesystem::path log = home / "Library/Logs/TesselAgent-dialogs.log";
+    std::string text;
+    EXPECT_TRUE(GtkDemo::eventually([&] { return (text = readFile(log)).ends_with("\n"); })) << text;
+    // One line: the document window is no dialog, and the dialog is no
+    // sheet of it whose text would come twice.
+    const std::string head = " tsl-demo pid " + std::to_string(*window->pid) + " window " + std::to_string(dialog->id) +
+                             " layer 8 \u201CAbout GTK+ Code Demos\u201D: ";
+    EXPECT_NE(text.find(head), std::string::npos) << text;
+    EXPECT_NE(text.find("GTK+ Code Demos | "), std::string::npos) << text;
+    EXPECT_NE(text.find(" | Program to demonstrate GTK+ functions. | "), std::string::npos) << text;
+    EXPECT_EQ(text.find("[Close]"), text.rfind("[Close]")) << text;
+    EXPECT_NE(text.find("[Close]"), std::string::npos) << text;
+    EXPECT_EQ(text.find(head), text.rfind(head)) << text;
+    EXPECT_EQ(text.find("\u201CApplication Class\u201D"), std::string::npos) << text;
 }
 
 }  // namespace

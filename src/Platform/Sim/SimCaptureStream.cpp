@@ -5,58 +5,13 @@
 #include <algorithm>
 #include <utility>
 
+#include "Platform/PixelBufferPool.h"
 #include "Platform/Sim/World.h"
 
 namespace tsl::Sim {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-// Pictures of one size, at most `depth` of them out with the client at once.
-// A picture comes back when the client drops its last reference; one of an
-// older size is then let go.
-class BufferPool : public std::enable_shared_from_this<BufferPool> {
-public:
-    std::shared_ptr<PixelBuffer> take(int64_t width, int64_t height, int64_t depth) {
-        std::shared_ptr<PixelBuffer> buffer;
-        {
-            std::lock_guard g(_lock);
-            if (width != _width || height != _height) {
-                _free.clear();
-                _width = width, _height = height;
-            }
-            if (_out >= std::max<int64_t>(depth, 1)) return nullptr;
-            if (!_free.empty()) {
-                buffer = std::move(_free.back());
-                _free.pop_back();
-            }
-            ++_out;
-        }
-        if (!buffer) buffer = PixelBuffer::make(width, height);
-        if (!buffer) {
-            std::lock_guard g(_lock);
-            --_out;
-            return nullptr;
-        }
-        PixelBuffer* raw = buffer.get();
-        return std::shared_ptr<PixelBuffer>(raw, [pool = weak_from_this(), buffer](PixelBuffer*) mutable {
-            if (auto p = pool.lock()) p->give(std::move(buffer));
-        });
-    }
-
-private:
-    void give(std::shared_ptr<PixelBuffer> buffer) {
-        std::lock_guard g(_lock);
-        --_out;
-        if (buffer->width() == _width && buffer->height() == _height) _free.push_back(std::move(buffer));
-    }
-
-    std::mutex _lock;
-    int64_t _width = 0;
-    int64_t _height = 0;
-    int64_t _out = 0;
-    std::vector<std::shared_ptr<PixelBuffer>> _free;
-};
 
 Clock::duration frameInterval(const CaptureConfiguration& c) {
     // No interval means "as fast as the content changes"; here content changes every frame.
@@ -92,7 +47,8 @@ struct StreamCore {
     bool exited = false;     // the thread has returned
     uint64_t requested = 0;  // manual mode
     uint64_t handled = 0;    // ticks done, whether or not a frame went out
-    std::shared_ptr<BufferPool> pool = std::make_shared<BufferPool>();
+    std::shared_ptr<PixelBufferPool> pool =
+        PixelBufferPool::create([](int64_t w, int64_t h) { return PixelBuffer::make(w, h); });
 };
 
 namespace {

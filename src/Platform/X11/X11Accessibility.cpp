@@ -38,6 +38,10 @@ const ClientWindow* find(const std::vector<ClientWindow>& all, xcb_window_t id) 
     return it == all.end() ? nullptr : &*it;
 }
 
+// A dialog that stays with its window; one above the documents (modal) is
+// a window of its own, as the window list shows it.
+bool isSheet(const ClientWindow& w) { return w.transientFor && !w.overrideRedirect && w.layer == 0; }
+
 AtspiElements::Window inAtspiTerms(const ClientWindow& w) {
     return {w.pid.value_or(0), w.title.value_or(""), w.bounds};
 }
@@ -99,7 +103,7 @@ AXError X11Accessibility::copyAttributeValue(const AXElement& element, const std
     const ClientWindow* w = find(all, e->window);
     if (!w) return AXError::invalidUIElement;
     if (attribute == "AXRole") {
-        value = std::string(w->transientFor ? "AXSheet" : "AXWindow");
+        value = std::string(isSheet(*w) ? "AXSheet" : "AXWindow");
     } else if (attribute == "AXTitle") {
         value = w->title.value_or("");
     } else if (attribute == "AXPosition") {
@@ -116,7 +120,7 @@ AXError X11Accessibility::copyAttributeValue(const AXElement& element, const std
     } else if (attribute == "AXChildren") {
         std::vector<ClientWindow> sheets;
         for (const ClientWindow& other : all)
-            if (other.transientFor == w->id && !other.overrideRedirect) sheets.push_back(other);
+            if (other.transientFor == w->id && isSheet(other)) sheets.push_back(other);
         std::vector<AXElement> children = windowElements(sheets);
         children.push_back(AtspiElements::content(inAtspiTerms(*w)));
         value = children;

@@ -67,10 +67,18 @@ struct Layering {
     bool known = false;
 };
 
-Layering layerOf(Connection& x, const std::vector<uint32_t>& types) {
+// A dialog the user must answer first, modal or standing for no window of
+// its own, sits above documents; other dialogs stay with them, as sheets.
+constexpr int64_t dialogLayer = 8;
+
+Layering layerOf(Connection& x, const std::vector<uint32_t>& types, const std::vector<uint32_t>& netState,
+                 bool transient) {
+    const xcb_atom_t modal = x.atom("_NET_WM_STATE_MODAL");
+    if (std::find(netState.begin(), netState.end(), modal) != netState.end()) return {dialogLayer, false, true};
     for (uint32_t t : types) {
         auto is = [&](std::string_view name) { return t == x.atom(name); };
-        if (is("_NET_WM_WINDOW_TYPE_NORMAL") || is("_NET_WM_WINDOW_TYPE_DIALOG")) return {0, false, true};
+        if (is("_NET_WM_WINDOW_TYPE_DIALOG")) return {transient ? 0 : dialogLayer, false, true};
+        if (is("_NET_WM_WINDOW_TYPE_NORMAL")) return {0, false, true};
         if (is("_NET_WM_WINDOW_TYPE_DOCK")) return {20, false, true};
         if (is("_NET_WM_WINDOW_TYPE_MENU") || is("_NET_WM_WINDOW_TYPE_DROPDOWN_MENU") ||
             is("_NET_WM_WINDOW_TYPE_POPUP_MENU") || is("_NET_WM_WINDOW_TYPE_COMBO"))
@@ -168,7 +176,7 @@ std::optional<ClientWindow> collect(Connection& x, xcb_window_t w, const TopLeve
     const xcb_atom_t hiddenAtom = x.atom("_NET_WM_STATE_HIDDEN");
     out.hidden = (!wmState.empty() && wmState[0] == iconicState) ||
                  std::find(netState.begin(), netState.end(), hiddenAtom) != netState.end();
-    Layering layering = layerOf(x, types);
+    Layering layering = layerOf(x, types, netState, !transient.empty() && transient[0] != 0);
     out.layer = layering.known ? layering.layer : out.overrideRedirect ? 101 : 0;
     out.desktopElement = layering.desktop;
     out.transientFor = transient.empty() ? 0 : transient[0];
@@ -295,7 +303,7 @@ std::vector<ClientWindow> ClientWindow::list(Connection& x) {
     x.intern({"_NET_WM_WINDOW_TYPE_NORMAL", "_NET_WM_WINDOW_TYPE_DIALOG", "_NET_WM_WINDOW_TYPE_DOCK",
               "_NET_WM_WINDOW_TYPE_MENU", "_NET_WM_WINDOW_TYPE_DROPDOWN_MENU", "_NET_WM_WINDOW_TYPE_POPUP_MENU",
               "_NET_WM_WINDOW_TYPE_COMBO", "_NET_WM_WINDOW_TYPE_TOOLTIP", "_NET_WM_WINDOW_TYPE_NOTIFICATION",
-              "_NET_WM_WINDOW_TYPE_DESKTOP", "_NET_CLIENT_LIST"});
+              "_NET_WM_WINDOW_TYPE_DESKTOP", "_NET_CLIENT_LIST", "_NET_WM_STATE_MODAL"});
     const xcb_query_extension_reply_t* res = xcb_get_extension_data(c, &xcb_res_id);
     const bool hasRes = res && res->present;
 

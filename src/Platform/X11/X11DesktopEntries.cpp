@@ -1,6 +1,7 @@
 #include "Platform/X11/X11DesktopEntries.h"
 
 #include <gio/gdesktopappinfo.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -31,10 +32,15 @@ std::string lowered(std::string s) {
 // The desktop file a process was launched from by GIO, when the variable
 // beside it names the process itself (a child's inherited copy doesn't).
 std::optional<std::string> launchedFrom(int32_t pid) {
+    // Read in pieces: most environments are a few kilobytes, and this runs
+    // for every process at each look at the windows.
     std::ifstream in("/proc/" + std::to_string(pid) + "/environ", std::ios::binary);
-    std::string environment(environmentLimit, '\0');
-    in.read(environment.data(), std::streamsize(environment.size()));
-    environment.resize(size_t(in.gcount()));
+    std::string environment;
+    char piece[16384];
+    while (in && environment.size() < environmentLimit) {
+        in.read(piece, sizeof piece);
+        environment.append(piece, size_t(in.gcount()));
+    }
     std::optional<std::string> file, filePid;
     size_t start = 0;
     while (start < environment.size()) {
@@ -75,42 +81,61 @@ std::vector<std::filesystem::path> DesktopEntries::systemDataDirs() {
     return out;
 }
 
-std::vector<DesktopEntries::Entry> DesktopEntries::entries() const {
-    std::vector<Entry> out;
-    std::set<std::string> seen;
-    for (const std::string& root : roots) {
+DesktopEntries::Listing DesktopEntries::walk() const {
+    Listing out;
+    for (size_t r = 0; r < roots.size(); ++r) {
         std::error_code ec;
         std::filesystem::recursive_directory_iterator it(
-            root, std::filesystem::directory_options::skip_permission_denied, ec);
+            roots[r], std::filesystem::directory_options::skip_permission_denied, ec);
         for (; !ec && it != std::filesystem::recursive_directory_iterator(); it.increment(ec)) {
-            const std::string path = it->path().native();
-            if (!path.ends_with(suffix) || !it->is_regular_file(ec)) continue;
-            std::string id = path.substr(root.size(), path.size() - root.size() - suffix.size());
-            std::replace(id.begin(), id.end(), '/', '-');
-            // An entry hides those of the same id behind it, even when it is itself hidden.
-            if (!seen.insert(id).second) continue;
-            GOwned<GDesktopAppInfo> info(g_desktop_app_info_new_from_filename(path.c_str()));
-            if (!info || !g_app_info_should_show(G_APP_INFO(info.get()))) continue;
-            Entry entry{.app = {.id = id, .name = g_app_info_get_name(G_APP_INFO(info.get())), .path = path}};
-            if (const char* exe = g_app_info_get_executable(G_APP_INFO(info.get())))
-                entry.executable = std::filesystem::path(exe).filename().native();
-            if (const char* wmClass = g_desktop_app_info_get_startup_wm_class(info.get())) entry.windowClass = wmClass;
-            out.push_back(std::move(entry));
+            std::string path = it->path().native();
+            struct stat st {};
+            if (!path.ends_with(suffix) || ::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) continue;
+            const int64_t changed = int64_t(st.st_ctim.tv_sec) * 1'000'000'000 + st.st_ctim.tv_nsec;
+            out.push_back({r, std::move(path), changed, int64_t(st.st_size)});
         }
     }
-    std::sort(out.begin(), out.end(), [](const Entry& a, const Entry& b) {
+    return out;
+}
+
+std::shared_ptr<const std::vector<DesktopEntries::Entry>> DesktopEntries::entries() const {
+    Listing listing = walk();
+    std::lock_guard guard(cacheLock);
+    if (cached && listing == cachedListing) return cached;
+    auto out = std::make_shared<std::vector<Entry>>();
+    std::set<std::string> seen;
+    for (const Seen& file : listing) {
+        const std::string& root = roots[file.root];
+        const std::string& path = file.path;
+        std::string id = path.substr(root.size(), path.size() - root.size() - suffix.size());
+        std::replace(id.begin(), id.end(), '/', '-');
+        // An entry hides those of the same id behind it, even when it is itself hidden.
+        if (!seen.insert(id).second) continue;
+        GOwned<GDesktopAppInfo> info(g_desktop_app_info_new_from_filename(path.c_str()));
+        if (!info || !g_app_info_should_show(G_APP_INFO(info.get()))) continue;
+        Entry entry{.app = {.id = id, .name = g_app_info_get_name(G_APP_INFO(info.get())), .path = path}};
+        if (const char* exe = g_app_info_get_executable(G_APP_INFO(info.get())))
+            entry.executable = std::filesystem::path(exe).filename().native();
+        if (const char* wmClass = g_desktop_app_info_get_startup_wm_class(info.get())) entry.windowClass = wmClass;
+        out->push_back(std::move(entry));
+    }
+    std::sort(out->begin(), out->end(), [](const Entry& a, const Entry& b) {
         return std::tie(a.app.name, a.app.id) < std::tie(b.app.name, b.app.id);
     });
-    return out;
+    cachedListing = std::move(listing);
+    cached = std::move(out);
+    return cached;
 }
 
 std::vector<InstalledApp> DesktopEntries::installed() const {
     std::vector<InstalledApp> out;
-    for (auto& entry : entries()) out.push_back(std::move(entry.app));
+    for (const Entry& entry : *entries()) out.push_back(entry.app);
     return out;
 }
 
 void DesktopEntries::mark(RunningApplication& process, const std::vector<Entry>& all) const {
+    process.bundleIdentifier.reset();
+    process.bundleURL.reset();
     if (std::optional<std::string> file = launchedFrom(process.processIdentifier)) {
         const std::string path = PathNames::standardizedPath(*file);
         if (!holds(path)) return;
@@ -135,16 +160,18 @@ void DesktopEntries::mark(RunningApplication& process, const std::vector<Entry>&
 
 std::vector<RunningApplication> DesktopEntries::running() const {
     std::vector<RunningApplication> processes = workspace->runningApplications();
-    const std::vector<Entry> all = entries();
-    for (auto& process : processes) mark(process, all);
+    const auto all = entries();
+    for (auto& process : processes) mark(process, *all);
     return processes;
 }
 
 std::optional<RunningApplication> DesktopEntries::running(int32_t pid) const {
     std::optional<RunningApplication> process = workspace->runningApplication(pid);
-    if (process) mark(*process, entries());
+    if (process) mark(*process, *entries());
     return process;
 }
+
+void DesktopEntries::name(RunningApplication& process) const { mark(process, *entries()); }
 
 bool DesktopEntries::holds(const std::string& path) const {
     return std::any_of(roots.begin(), roots.end(), [&](const std::string& root) { return path.starts_with(root); });
@@ -189,7 +216,7 @@ void DesktopEntries::open(const std::filesystem::path& application, const std::v
                            .bundleURL = application,
                            .localizedName = g_app_info_get_name(G_APP_INFO(info.get()))};
     const std::string path = PathNames::standardizedPath(application.native());
-    for (const Entry& entry : entries())
+    for (const Entry& entry : *entries())
         if (entry.app.path == path) app.bundleIdentifier = entry.app.id;
     completion(app, nullptr);
 }

@@ -1,6 +1,7 @@
 #pragma once
 #include <filesystem>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,9 @@ public:
     void open(const std::filesystem::path& application, const std::vector<std::filesystem::path>& documents,
               Workspace::OpenCompletion completion) const override;
     bool terminate(int32_t pid) const override { return workspace->terminate(pid); }
+    // Gives the process the identifier and file of the entry it belongs to,
+    // and takes away any it had when there is none.
+    void name(RunningApplication& process) const;
 
 private:
     struct Entry {
@@ -40,11 +44,25 @@ private:
         std::string executable;   // the file name of Exec's program
         std::string windowClass;  // StartupWMClass
     };
-    std::vector<Entry> entries() const;
+    // An entry file as the walk met it.
+    struct Seen {
+        size_t root;  // index into `roots`
+        std::string path;
+        int64_t changed, size;
+        bool operator==(const Seen&) const = default;
+    };
+    using Listing = std::vector<Seen>;
+    Listing walk() const;
+    // Read again through GIO only when a file came, went or changed:
+    // window tracking asks several times a second.
+    std::shared_ptr<const std::vector<Entry>> entries() const;
     void mark(RunningApplication& process, const std::vector<Entry>& all) const;
 
     const std::shared_ptr<Workspace> workspace;
     std::vector<std::string> roots;  // standardised "applications" folders, each ending in "/"
+    mutable std::mutex cacheLock;
+    mutable Listing cachedListing;
+    mutable std::shared_ptr<const std::vector<Entry>> cached;
 };
 
 }  // namespace tsl::X11

@@ -20,6 +20,7 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/PixelBufferPool.h"
 #include "Platform/X11/X11ClientWindow.h"
 
 namespace tsl::X11 {
@@ -137,53 +138,6 @@ private:
     xcb_render_picture_t picture = XCB_NONE;
 };
 
-// Pictures of one size, at most `depth` out with the client at once; one
-// comes back when the client drops its last reference.
-class BufferPool : public std::enable_shared_from_this<BufferPool> {
-public:
-    using Make = std::function<std::shared_ptr<PixelBuffer>(int64_t, int64_t)>;
-    explicit BufferPool(Make make) : make(std::move(make)) {}
-
-    std::shared_ptr<PixelBuffer> take(int64_t width, int64_t height, int64_t depth) {
-        std::shared_ptr<PixelBuffer> buffer;
-        {
-            std::lock_guard g(lock);
-            if (width != _width || height != _height) {
-                free.clear();
-                _width = width, _height = height;
-            }
-            if (out >= std::max<int64_t>(depth, 1)) return nullptr;
-            if (!free.empty()) {
-                buffer = std::move(free.back());
-                free.pop_back();
-            }
-            ++out;
-        }
-        if (!buffer) buffer = make(width, height);
-        if (!buffer) {
-            std::lock_guard g(lock);
-            --out;
-            return nullptr;
-        }
-        PixelBuffer* raw = buffer.get();
-        return std::shared_ptr<PixelBuffer>(raw, [pool = weak_from_this(), buffer](PixelBuffer*) mutable {
-            if (auto p = pool.lock()) p->give(std::move(buffer));
-        });
-    }
-
-private:
-    void give(std::shared_ptr<PixelBuffer> buffer) {
-        std::lock_guard g(lock);
-        --out;
-        if (buffer->width() == _width && buffer->height() == _height) free.push_back(std::move(buffer));
-    }
-
-    const Make make;
-    std::mutex lock;
-    int64_t _width = 0, _height = 0, out = 0;
-    std::vector<std::shared_ptr<PixelBuffer>> free;
-};
-
 // Between pictures; none set means as fast as the window changes.
 Clock::duration pictureInterval(const CaptureConfiguration& c) {
     if (c.minimumFrameIntervalValue <= 0 || c.minimumFrameIntervalTimescale <= 0) return Clock::duration::zero();
@@ -260,7 +214,7 @@ public:
           window(window),
           ways(ways),
           damageEvent(damageEventCode(c)),
-          pool(std::make_shared<BufferPool>([this](int64_t w, int64_t h) { return makeBuffer(w, h); })) {}
+          pool(PixelBufferPool::create([this](int64_t w, int64_t h) { return makeBuffer(w, h); })) {}
 
     void run() {
         pthread_setname_np(pthread_self(), "tsl.capture");
@@ -552,7 +506,7 @@ private:
     const xcb_window_t window;
     const ServerWays ways;
     const uint8_t damageEvent;
-    std::shared_ptr<BufferPool> pool;
+    std::shared_ptr<PixelBufferPool> pool;
     std::shared_ptr<PixelBuffer> scratch;
     xcb_damage_damage_t damage = 0;
     xcb_pixmap_t pixmap = XCB_NONE;

@@ -7,21 +7,14 @@
 
 #include "Platform/Sim/Desktop.h"
 #include "Platform/X11/X11Desktop.h"
-#include "Support/AgentTestSupport.h"
-#include "Support/VideoReceiver.h"
+#include "Support/ServiceHost.h"
 #include "Support/XDisplay.h"
 #include "TslCore/Measure/TestPattern.h"
-#include "TslStream/Measure/TestPatternProbe.h"
-#include "TslStream/Pipeline/StreamReceiver.h"
 
 namespace tsl::test {
 namespace {
 
-struct Picture {
-    VideoFrameHeader header;
-    bool white = false;
-    std::optional<uint64_t> counter;
-};
+using Picture = ServiceHost::Picture;
 
 struct X11StreamWorld {
     MainActor main;
@@ -29,60 +22,17 @@ struct X11StreamWorld {
     std::shared_ptr<X11::X11Desktop> desktop = X11::X11Desktop::open(display.name());
     std::shared_ptr<Sim::Desktop> rest = Sim::Desktop::make({});
     ExitRecorder exits;
-    std::shared_ptr<AgentService> service = desktopService(desktop->services(rest->services()), exits);
-    std::unique_ptr<HostEnd> control;
-    std::unique_ptr<VideoReceiver> video;
-    std::shared_ptr<WireConnection> input;
-    Waiter inputClosed;
-    StreamReceiver receiver{false};
-    std::vector<Picture> pictures;
-    size_t decoded = 0;
+    ServiceHost host{main, desktopService(desktop->services(rest->services()), exits)};
 
-    X11StreamWorld() {
-        control = std::make_unique<HostEnd>(std::make_shared<WireConnection>(attach(Channel::control), "host"));
-        control->channel->start();
-        video = std::make_unique<VideoReceiver>(attach(Channel::video));
-        input = std::make_shared<WireConnection>(attach(Channel::input), "host-input");
-        input->start([](WireMessage) {}, [this](std::exception_ptr) { inputClosed.signal(); });
-    }
-    ~X11StreamWorld() {
-        input->close();
-        inputClosed.waitFor(1);
-        video.reset();
-        control.reset();
-        main.runUntil([&] { return service->attached().empty(); }, limit);
-        main.runUntil([&] { return service->streamManager()->activeStreams().empty(); }, limit);
-    }
-    int attach(Channel channel) {
-        auto [agentFd, hostFd] = socketPair();
-        auto end = std::make_shared<ControlChannel>(std::make_shared<WireConnection>(agentFd, "agent"));
-        service->attach(end, {channel});
-        end->start();
-        return hostFd;
-    }
-    ControlMessage request(ControlMessage message) {
-        return main.runTask(control->channel->request(std::move(message), 10), limit);
-    }
-
-    // Decodes what has arrived, tracking windows meanwhile as the agent's
-    // timer would, until a picture from index `from` on satisfies `want`.
+    // Tracks windows meanwhile, as the agent's timer would, until a picture
+    // from index `from` on satisfies `want`.
     template <class Want>
     std::optional<Picture> awaitPicture(size_t from, Want want) {
         std::optional<Picture> found;
         main.runUntil(
             [&] {
-                service->trackWindows();
-                for (; decoded < video->count(); ++decoded) {
-                    auto frame = video->at(decoded);
-                    receiver.handle(frame.header, frame.data, [&](const DecodedFrame& d) {
-                        pictures.push_back({d.header,
-                                            TestPatternProbe::squareIsWhite(*d.pixelBuffer, 1.0, 0).value_or(false),
-                                            TestPatternProbe::counter(*d.pixelBuffer, 1.0, 0)});
-                    });
-                }
-                for (size_t i = from; i < pictures.size() && !found; ++i)
-                    if (want(pictures[i])) found = pictures[i];
-                return found.has_value();
+                host.service->trackWindows();
+                return (found = host.decodedPicture(from, want)).has_value();
             },
             limit);
         return found;
@@ -95,8 +45,8 @@ TEST(X11AgentStream, PatternFramesFollowKeysResizesAndTheWindowsEnd) {
     w.display.launchPattern(60, 60, 60);
     auto pattern = w.display.waitForWindow("Tsl TestPattern");
     ASSERT_TRUE(pattern);
-    w.service->trackWindows();
-    auto started = w.request(ControlMessage::StartStream{{1, pattern->id, 60, 1.0, VideoCodec::h264}});
+    w.host.service->trackWindows();
+    auto started = w.host.request(ControlMessage::StartStream{{1, pattern->id, 60, 1.0, VideoCodec::h264}});
     ASSERT_TRUE(started.get<ControlMessage::StreamStarted>());
 
     auto first = w.awaitPicture(0, [](const Picture& p) { return p.counter.has_value(); });
@@ -107,8 +57,8 @@ TEST(X11AgentStream, PatternFramesFollowKeysResizesAndTheWindowsEnd) {
 
     using Kind = InputEvent::Kind;
     auto key = [&](Kind kind, uint32_t sequence) {
-        w.input->send(WireMessage::input(
-            {.kind = kind, .windowID = pattern->id, .keyCode = TestPatternSpec::f1KeyCode, .sequence = sequence}));
+        w.host.send(
+            {.kind = kind, .windowID = pattern->id, .keyCode = TestPatternSpec::f1KeyCode, .sequence = sequence});
     };
     key(Kind::keyDown, 41);
     EXPECT_TRUE(w.awaitPicture(0, [](const Picture& p) { return p.header.inputEcho == 41 && p.white; }));
@@ -117,22 +67,23 @@ TEST(X11AgentStream, PatternFramesFollowKeysResizesAndTheWindowsEnd) {
 
     const WireRect bigger{pattern->bounds.x, pattern->bounds.y, pattern->bounds.width + 80,
                           pattern->bounds.height + 40};
-    ASSERT_EQ(w.request(ControlMessage::WindowAction{
+    ASSERT_EQ(w.host.request(ControlMessage::WindowAction{
                   {.windowID = pattern->id, .kind = WindowAction::Kind::setFrame, .frame = bigger}}),
               ControlMessage(ControlMessage::Ok{}));
-    const size_t before = w.pictures.size();
+    const size_t before = w.host.pictures.size();
     auto resized = w.awaitPicture(before, [&](const Picture& p) { return p.header.width == uint32_t(bigger.width); });
     ASSERT_TRUE(resized);
     EXPECT_EQ(resized->header.height, uint32_t(bigger.height));
     EXPECT_TRUE(resized->header.flags.contains(VideoFrameHeader::Flags::keyframe));
-    EXPECT_EQ(w.receiver.decodeErrors(), 0u);
+    EXPECT_EQ(w.host.receiver.decodeErrors(), 0u);
 
-    ASSERT_EQ(w.request(ControlMessage::WindowAction{{.windowID = pattern->id, .kind = WindowAction::Kind::close}}),
-              ControlMessage(ControlMessage::Ok{}));
+    ASSERT_EQ(
+        w.host.request(ControlMessage::WindowAction{{.windowID = pattern->id, .kind = WindowAction::Kind::close}}),
+        ControlMessage(ControlMessage::Ok{}));
     EXPECT_TRUE(w.main.runUntil(
         [&] {
-            w.service->trackWindows();
-            return w.service->streamManager()->activeStreams().empty();
+            w.host.service->trackWindows();
+            return w.host.service->streamManager()->activeStreams().empty();
         },
         limit));
 }

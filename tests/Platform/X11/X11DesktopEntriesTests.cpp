@@ -106,6 +106,14 @@ TEST_P(X11DesktopEntriesTest, ListsTheVisibleEntriesOfEveryDataFolder) {
     EXPECT_TRUE(
         std::is_sorted(apps.begin(), apps.end(), [](const GuestApp& a, const GuestApp& b) { return a.name < b.name; }));
 
+    // Entries are read again once one comes, goes or changes.
+    writeEntry(data / "applications" / "tsl-late.desktop", "Tsl Late", "xterm");
+    EXPECT_EQ(find("tsl-late")->name, "Tsl Late");
+    writeEntry(data / "applications" / "tsl-late.desktop", "Tsl Later", "xterm");
+    EXPECT_EQ(find("tsl-late")->name, "Tsl Later");
+    fs::remove(data / "applications" / "tsl-late.desktop");
+    EXPECT_FALSE(find("tsl-late"));
+
     // A program started by other means is marked by its window class or program name.
     ChildProcess& eyes = display->launch("/usr/bin/xeyes", {"-geometry", "100x80+300+300"});
     ASSERT_TRUE(display->waitForWindow("xeyes"));

@@ -2,6 +2,8 @@
 // without a window manager; results read back from the server.
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "Platform/X11/X11Desktop.h"
 #include "Platform/X11/X11DesktopTest.h"
 #include "Support/XDisplay.h"
@@ -84,9 +86,10 @@ TEST_P(X11WindowControlTest, CloseAsksTheApplicationToDeleteItsWindow) {
     EXPECT_TRUE(display->waitUntil([&] { return WindowList::current(platform, {}, true).empty(); }));
 }
 
-TEST_P(X11WindowControlTest, TransientDialogsAreSheetsOfTheirParent) {
+TEST_P(X11WindowControlTest, TransientDialogsAreSheetsOfTheirParentAndModalOnesStandAbove) {
     X11::Connection& x = display->connection();
-    auto make = [&](int16_t px, int16_t py, uint16_t w, uint16_t h, xcb_window_t transientFor, const char* title) {
+    auto make = [&](int16_t px, int16_t py, uint16_t w, uint16_t h, xcb_window_t transientFor, const char* title,
+                    std::vector<const char*> states = {}) {
         xcb_window_t id = xcb_generate_id(x.raw());
         xcb_create_window(x.raw(), XCB_COPY_FROM_PARENT, id, x.root(), px, py, w, h, 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
                           XCB_COPY_FROM_PARENT, 0, nullptr);
@@ -95,6 +98,11 @@ TEST_P(X11WindowControlTest, TransientDialogsAreSheetsOfTheirParent) {
         if (transientFor)
             xcb_change_property(x.raw(), XCB_PROP_MODE_REPLACE, id, XCB_ATOM_WM_TRANSIENT_FOR, XCB_ATOM_WINDOW, 32, 1,
                                 &transientFor);
+        std::vector<xcb_atom_t> atoms;
+        for (const char* state : states) atoms.push_back(x.atom(state));
+        if (!atoms.empty())
+            xcb_change_property(x.raw(), XCB_PROP_MODE_REPLACE, id, x.atom("_NET_WM_STATE"), XCB_ATOM_ATOM, 32,
+                                uint32_t(atoms.size()), atoms.data());
         uint32_t hints[18] = {1 | 2, uint32_t(px), uint32_t(py), w, h};
         xcb_change_property(x.raw(), XCB_PROP_MODE_REPLACE, id, XCB_ATOM_WM_NORMAL_HINTS, XCB_ATOM_WM_SIZE_HINTS, 32,
                             18, hints);
@@ -115,6 +123,16 @@ TEST_P(X11WindowControlTest, TransientDialogsAreSheetsOfTheirParent) {
     ASSERT_NE(find(parent), windows.end());
     EXPECT_EQ(find(sheet)->attachedTo, parent);
     EXPECT_FALSE(find(parent)->attachedTo);
+    EXPECT_EQ(find(sheet)->layer, 0);
+
+    // A modal dialog must be answered first: it stands above the documents, attached to none.
+    const xcb_window_t modal = make(220, 170, 260, 160, parent, "Modal", {"_NET_WM_STATE_MODAL"});
+    ASSERT_TRUE(display->waitForWindow("Modal"));
+    windows = WindowList::current(platform, {}, false);
+    ASSERT_NE(find(modal), windows.end());
+    EXPECT_EQ(find(modal)->layer, 8);
+    EXPECT_FALSE(find(modal)->attachedTo);
+    EXPECT_EQ(find(parent)->layer, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(X11, X11WindowControlTest, ::testing::Bool(),
