@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds the fuzz targets (preset "fuzz") and runs one or all of them, one
-# after another, each for SECONDS over its seeds in fuzz/corpus/<target>/.
+# Builds the fuzz targets (preset "fuzz") and runs one or all of them, as
+# many at once as there are cores, each for SECONDS over its seeds in
+# fuzz/corpus/<target>/.
 # Usage: scripts/fuzz.sh [TARGET|all] [SECONDS]   (defaults: all, 60)
 # New inputs collect in build/fuzz/corpus/<target>/ (kept between runs);
 # crashes, leaks, timeouts and out-of-memory inputs land in
@@ -31,23 +32,25 @@ else
   targets=("$which")
 fi
 
-status=0
-printf '%-24s %12s %8s %8s %8s  %s\n' target executions cov ft corpus findings
-for t in "${targets[@]}"; do
-  work=build/fuzz/corpus/$t
-  findings=build/fuzz/findings/$t
-  log=build/fuzz/logs/$t.log
+# One target's run; its row and whether it found anything go to files, so
+# that runs side by side print in order.
+rows=$(mktemp -d)
+trap 'rm -rf "$rows"' EXIT
+run_one() {
+  local t=$1
+  local work=build/fuzz/corpus/$t findings=build/fuzz/findings/$t log=build/fuzz/logs/$t.log
   mkdir -p "$work" "$findings" "$(dirname "$log")"
-  seeds=()
+  local seeds=()
   [ -d "fuzz/corpus/$t" ] && seeds+=("fuzz/corpus/$t")
-  flags=(-max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1
-         -artifact_prefix="$findings/")
+  local flags=(-max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1
+               -artifact_prefix="$findings/")
   [ -f "fuzz/$t.dict" ] && flags+=(-dict="fuzz/$t.dict")
   if [ -f "fuzz/$t.options" ]; then read -ra extra < "fuzz/$t.options"; flags+=("${extra[@]}"); fi
+  local before after rc=0
   before=$(find "$findings" -type f | wc -l)
-  rc=0
   nice "$bin/$t" "${flags[@]}" "$work" "${seeds[@]}" >"$log" 2>&1 || rc=$?
   after=$(find "$findings" -type f | wc -l)
+  local execs line cov ft corpus found note
   execs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)
   line=$(grep -E '^#[0-9]+' "$log" | grep -E 'cov: ' | tail -1 || true)
   cov=$(sed -n 's/.* cov: \([0-9]*\).*/\1/p' <<<"$line")
@@ -56,9 +59,24 @@ for t in "${targets[@]}"; do
   found=$((after - before))
   note=$found
   if [ "$rc" -ne 0 ] || [ "$found" -gt 0 ]; then
-    status=1
     note="$found (exit $rc; see $log)"
+    touch "$rows/$t.found"
   fi
-  printf '%-24s %12s %8s %8s %8s  %s\n' "$t" "${execs:-?}" "${cov:-?}" "${ft:-?}" "${corpus:-?}" "$note"
+  printf '%-24s %12s %8s %8s %8s  %s\n' "$t" "${execs:-?}" "${cov:-?}" "${ft:-?}" "${corpus:-?}" "$note" >"$rows/$t.row"
+}
+
+# Each run is one process on one core: as many side by side as there are cores.
+cores=$(nproc)
+for t in "${targets[@]}"; do
+  while [ "$(jobs -rp | wc -l)" -ge "$cores" ]; do wait -n || true; done
+  run_one "$t" &
+done
+wait
+
+status=0
+printf '%-24s %12s %8s %8s %8s  %s\n' target executions cov ft corpus findings
+for t in "${targets[@]}"; do
+  cat "$rows/$t.row" 2>/dev/null || { echo "$t: no result"; status=1; }
+  [ ! -e "$rows/$t.found" ] || status=1
 done
 exit $status
