@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 #include <set>
+#include <tuple>
 
 #include "TslCore/Diagnostics/SchemaRegex.h"
 #include "TslCore/Support/DoubleText.h"
@@ -308,11 +310,13 @@ json SchemaNode::document() const {
 }
 
 // The steps of one validation. A oneOf tries every alternative, so a schema
-// whose alternatives lead back to themselves doubles its walk at each level
-// without consuming the value: a few dozen bytes of schema would take
-// billions of steps. A sound schema meets each value node at each of its
-// own nodes a few times at most, so the walk is held to that product. Only
-// a walk past the free steps pays for measuring it.
+// whose alternatives lead back to the same nodes would double its walk at
+// each level: a few dozen bytes of schema would take billions of steps.
+// Where a oneOf walks more than one alternative, each answer is therefore
+// kept, by the node it leads to, the value, the depth and the field, and a
+// question asked again is answered from there. A sound schema meets each value node at each of its own nodes
+// a few times at most, so the walk is also held to that product. Only a walk
+// past the free steps pays for measuring it.
 struct SchemaNode::Walk {
     static constexpr uint64_t freeSteps = uint64_t(1) << 16;
     static constexpr uint64_t maxSteps = uint64_t(1) << 20;
@@ -330,6 +334,33 @@ struct SchemaNode::Walk {
     uint64_t steps = 0;
     uint64_t limit = freeSteps;
     bool measured = false;
+    using Question = std::tuple<const SchemaNode*, const json*, int, std::string>;
+    std::map<Question, std::optional<Problem>> answers;
+
+    // Nothing, or the problem that fails `node` at `depth`. A reference is
+    // asked by its definition, so that two references to one definition
+    // share their answer.
+    std::optional<Problem> answer(const SchemaNode& node, const json* value, const std::string& field, int depth,
+                                  bool remember) {
+        if (!remember) return tryNode(node, value, field, depth);
+        const SchemaNode* asked = &node;
+        if (const auto* ref = node.as<Ref>())
+            if (auto it = defs.find(ref->name); it != defs.end()) asked = &it->second;
+        Question question{asked, value, asked == &node ? depth : depth + 1, field};
+        if (auto it = answers.find(question); it != answers.end()) return it->second;
+        auto result = tryNode(node, value, field, depth);
+        answers.emplace(std::move(question), result);
+        return result;
+    }
+
+    std::optional<Problem> tryNode(const SchemaNode& node, const json* value, const std::string& field, int depth) {
+        try {
+            node.validate(value, defs, field, *this, depth);
+            return std::nullopt;
+        } catch (const Problem& problem) {
+            return problem;
+        }
+    }
 
     void step(const std::string& field) {
         if (++steps <= limit) return;
@@ -413,18 +444,21 @@ void SchemaNode::validate(const json* value, const SchemaDefs& defs, const std::
             },
             [&](const OneOf& n) {
                 const auto claimed = typeText(value);
+                // A value that names another kind fails that kind at its
+                // type; walking it would only throw.
+                std::vector<std::pair<const SchemaNode*, std::optional<std::string>>> open;
+                for (const auto& alternative : n.alternatives)
+                    if (auto type = alternative.typeConst(defs); !(claimed && type && *type != *claimed))
+                        open.emplace_back(&alternative, std::move(type));
+                // Only alternatives walked side by side can meet one question twice.
+                const bool remember = open.size() > 1;
                 int accepted = 0;
                 std::optional<Problem> kept;
-                for (const auto& alternative : n.alternatives) {
-                    const auto type = alternative.typeConst(defs);
-                    // A value that names another kind fails this one at its
-                    // type; walking it would only throw.
-                    if (claimed && type && *type != *claimed) continue;
-                    try {
-                        alternative.validate(value, defs, field, walk, depth + 1);
+                for (const auto& [alternative, type] : open) {
+                    if (auto problem = walk.answer(*alternative, value, field, depth + 1, remember)) {
+                        if (!kept && type == claimed) kept = std::move(problem);
+                    } else {
                         ++accepted;
-                    } catch (const Problem& problem) {
-                        if (!kept && type == claimed) kept = problem;
                     }
                 }
                 if (accepted == 1) return;
