@@ -145,9 +145,9 @@ TEST(AX, SheetsAndTextAreFoundInTheTree) {
 
     // A text area nested `depth` levels below the focused window.
     auto nested = [](int depth) {
-        ElementSpec e{.role = "AXTextArea", .value = "deep"};
-        for (int i = 1; i < depth; ++i) e = ElementSpec{.role = "AXGroup", .children = {e}};
-        return std::vector<ElementSpec>{ElementSpec{.role = "AXStaticText", .value = "label"}, e};
+        ElementSetup e{.role = "AXTextArea", .value = "deep"};
+        for (int i = 1; i < depth; ++i) e = ElementSetup{.role = "AXGroup", .children = {e}};
+        return std::vector<ElementSetup>{ElementSetup{.role = "AXStaticText", .value = "label"}, e};
     };
     AXWorld eleven, twelve;
     eleven.desktop->addWindow(eleven.app, {.frame = {0, 0, 300, 200}, .content = nested(11)});

@@ -16,7 +16,7 @@
 
 using namespace tsl;
 using namespace tsl::test;
-using Sim::ElementSpec;
+using Sim::ElementSetup;
 
 namespace {
 
@@ -45,15 +45,15 @@ struct LogWorld {
     }
 };
 
-std::vector<ElementSpec> alertContent() {
-    return {ElementSpec{.role = "AXStaticText", .value = "Something went wrong"},
-            ElementSpec{.role = "AXGroup",
-                        .children = {ElementSpec{.role = "AXButton", .title = "OK"},
-                                     ElementSpec{.role = "AXButton"},
-                                     ElementSpec{.role = "AXStaticText", .value = ""}}},
-            ElementSpec{.role = "AXTextField", .value = "secret",
-                        .children = {ElementSpec{.role = "AXStaticText", .value = "inside the field"}}},
-            ElementSpec{.role = "AXTextArea", .value = "typed"}};
+std::vector<ElementSetup> alertContent() {
+    return {ElementSetup{.role = "AXStaticText", .value = "Something went wrong"},
+            ElementSetup{.role = "AXGroup",
+                         .children = {ElementSetup{.role = "AXButton", .title = "OK"}, ElementSetup{.role = "AXButton"},
+                                      ElementSetup{.role = "AXStaticText", .value = ""}}},
+            ElementSetup{.role = "AXTextField",
+                         .value = "secret",
+                         .children = {ElementSetup{.role = "AXStaticText", .value = "inside the field"}}},
+            ElementSetup{.role = "AXTextArea", .value = "typed"}};
 }
 
 }  // namespace
@@ -115,11 +115,11 @@ TEST(DialogTextLog, CollectStopsDeepAndAfterFortyTexts) {
     const int32_t app = d.addProcess({.name = "App"});
     // Seven levels below the window a text is read; eight, it isn't.
     auto nested = [](int depth, std::string text) {
-        ElementSpec e{.role = "AXStaticText", .value = std::move(text)};
-        for (int i = 1; i < depth; ++i) e = ElementSpec{.role = "AXGroup", .children = {e}};
+        ElementSetup e{.role = "AXStaticText", .value = std::move(text)};
+        for (int i = 1; i < depth; ++i) e = ElementSetup{.role = "AXGroup", .children = {e}};
         return e;
     };
-    std::vector<ElementSpec> many;
+    std::vector<ElementSetup> many;
     for (int i = 0; i < 39; ++i) many.push_back({.role = "AXStaticText", .value = "t" + std::to_string(i)});
     // The fortieth child brings two texts; the limit is checked before each child.
     many.push_back({.role = "AXGroup", .children = {{.role = "AXButton", .title = "A"}, {.role = "AXButton", .title = "B"}}});

@@ -86,12 +86,12 @@ TEST(MenuReader, BoundsDepthAndItemsAndWordsShortcuts) {
     auto desktop = Sim::Desktop::make();
     auto platform = desktop->services();
     // Five levels of submenus: the fifth is cut off.
-    Sim::MenuItemSpec deep{.title = "L4", .submenu = {{.title = "L5"}}};
+    Sim::MenuItemSetup deep{.title = "L4", .submenu = {{.title = "L5"}}};
     for (int level = 3; level >= 0; --level) deep = {.title = "L" + std::to_string(level), .submenu = {deep}};
     // A bar of 1500 + 1500 items: the budget runs out inside the second menu.
-    Sim::MenuItemSpec first{.title = "First"}, second{.title = "Second"};
-    first.submenu.resize(1500, Sim::MenuItemSpec{.title = "a", .enabled = std::nullopt, .markChar = ""});
-    second.submenu.resize(1500, Sim::MenuItemSpec{.title = "b", .cmdModifiers = 15});
+    Sim::MenuItemSetup first{.title = "First"}, second{.title = "Second"};
+    first.submenu.resize(1500, Sim::MenuItemSetup{.title = "a", .enabled = std::nullopt, .markChar = ""});
+    second.submenu.resize(1500, Sim::MenuItemSetup{.title = "b", .cmdModifiers = 15});
     const int32_t pid = desktop->addProcess({.name = "Big", .menuBar = std::vector{deep, first, second}});
 
     auto bar = MenuReader::menuBar(platform, pid, false);
@@ -189,8 +189,8 @@ TEST(MenuReader, ADisabledMenuOfTheBarIsWaitedForNotOpenedForAMoment) {
     MainActor main;
     auto desktop = Sim::Desktop::make();
     auto platform = desktop->services();
-    std::vector<Sim::MenuItemSpec> bar{{.title = "File", .submenu = {{.title = "New"}}},
-                                       {.title = "Edit", .enabled = false, .submenu = {{.title = "Copy"}}}};
+    std::vector<Sim::MenuItemSetup> bar{{.title = "File", .submenu = {{.title = "New"}}},
+                                        {.title = "Edit", .enabled = false, .submenu = {{.title = "Copy"}}}};
     const int32_t pid = desktop->addProcess({.name = "Modal", .menuBar = bar});
     const uint32_t probe = desktop->addWindow(pid, {.title = "probe"});
 

@@ -232,7 +232,7 @@ TEST(WindowService, MenuWindowsOpenedForAPressNeverReachTheHost) {
     WindowWorld world;
     world.attachControl();
     auto& d = *world.desktop;
-    const std::vector<Sim::MenuItemSpec> menus{{.title = "File", .submenu = {{.title = "New"}, {.title = "Open"}}}};
+    const std::vector<Sim::MenuItemSetup> menus{{.title = "File", .submenu = {{.title = "New"}, {.title = "Open"}}}};
     const int32_t app = d.addProcess({.name = "App", .menuBar = menus});
     const int32_t other = d.addProcess({.name = "Other", .menuBar = menus});
     const uint32_t doc = d.addWindow(app, {.frame = {100, 100, 400, 300}});

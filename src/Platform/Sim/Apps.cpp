@@ -8,26 +8,26 @@
 namespace tsl::Sim {
 namespace {
 
-MenuItemSpec item(std::string title, std::string action, std::optional<std::string> cmd = std::nullopt,
-                  int64_t modifiers = 0) {
+MenuItemSetup item(std::string title, std::string action, std::optional<std::string> cmd = std::nullopt,
+                   int64_t modifiers = 0) {
     return {.title = std::move(title), .cmdChar = std::move(cmd), .cmdModifiers = modifiers, .action = std::move(action)};
 }
 
-MenuItemSpec separator() { return {.title = "", .enabled = false}; }
+MenuItemSetup separator() { return {.title = "", .enabled = false}; }
 
-MenuItemSpec menu(std::string title, std::vector<MenuItemSpec> items) {
+MenuItemSetup menu(std::string title, std::vector<MenuItemSetup> items) {
     return {.title = std::move(title), .submenu = std::move(items)};
 }
 
-MenuItemSpec appMenu(const std::string& appName) {
+MenuItemSetup appMenu(const std::string& appName) {
     return menu(appName, {item("About " + appName, "about"), separator(), item("Hide " + appName, "hide", "H"),
                           item("Quit " + appName, "quit", "Q")});
 }
 
-ElementSpec* findRole(std::vector<ElementSpec>& elements, const std::string& role) {
-    for (ElementSpec& e : elements) {
+ElementSetup* findRole(std::vector<ElementSetup>& elements, const std::string& role) {
+    for (ElementSetup& e : elements) {
         if (e.role == role) return &e;
-        if (ElementSpec* inner = findRole(e.children, role)) return inner;
+        if (ElementSetup* inner = findRole(e.children, role)) return inner;
     }
     return nullptr;
 }
@@ -42,11 +42,11 @@ void deleteBackward(std::string& text) {
 }
 
 // The menu item with this command character and exactly these modifiers.
-std::optional<std::vector<size_t>> shortcut(const std::vector<MenuItemSpec>& items, std::vector<size_t> path,
-                                            char key, int64_t modifiers) {
+std::optional<std::vector<size_t>> shortcut(const std::vector<MenuItemSetup>& items, std::vector<size_t> path, char key,
+                                            int64_t modifiers) {
     for (size_t i = 0; i < items.size(); ++i) {
         path.push_back(i);
-        const MenuItemSpec& it = items[i];
+        const MenuItemSetup& it = items[i];
         if (it.cmdChar && it.cmdChar->size() == 1 && std::tolower(uint8_t((*it.cmdChar)[0])) == std::tolower(uint8_t(key)) &&
             it.cmdModifiers == modifiers)
             return path;
@@ -58,13 +58,13 @@ std::optional<std::vector<size_t>> shortcut(const std::vector<MenuItemSpec>& ite
 
 }  // namespace
 
-std::vector<MenuItemSpec> plainMenuBar(const std::string& appName) {
-    MenuItemSpec print = item("Print…", "print", "P");
+std::vector<MenuItemSetup> plainMenuBar(const std::string& appName) {
+    MenuItemSetup print = item("Print…", "print", "P");
     print.enabled = false;
-    MenuItemSpec undo = item("Undo", "undo", "Z");
+    MenuItemSetup undo = item("Undo", "undo", "Z");
     undo.enabled = false;
-    MenuItemSpec pdf = item("PDF", "toggleMark");
-    MenuItemSpec plainText = item("Plain Text", "toggleMark");
+    MenuItemSetup pdf = item("PDF", "toggleMark");
+    MenuItemSetup plainText = item("Plain Text", "toggleMark");
     plainText.markChar = "✓";
     return {menu("Apple", {item("About This Mac", "aboutThisMac")}),
             appMenu(appName),
@@ -75,12 +75,12 @@ std::vector<MenuItemSpec> plainMenuBar(const std::string& appName) {
             menu("Window", {item("Minimize", "minimize", "M")})};
 }
 
-std::vector<MenuItemSpec> testPatternMenuBar(const std::string& appName) {
+std::vector<MenuItemSetup> testPatternMenuBar(const std::string& appName) {
     return {menu("Apple", {item("About This Mac", "aboutThisMac")}), appMenu(appName)};
 }
 
-std::vector<ElementSpec> plainWindowContent() {
-    return {ElementSpec{.role = "AXScrollArea", .children = {ElementSpec{.role = "AXTextArea", .value = ""}}}};
+std::vector<ElementSetup> plainWindowContent() {
+    return {ElementSetup{.role = "AXScrollArea", .children = {ElementSetup{.role = "AXTextArea", .value = ""}}}};
 }
 
 int32_t World::launchBundle(const std::filesystem::path& bundle, const AppBundleInfo& info, bool activate,
@@ -97,16 +97,17 @@ int32_t World::launchBundle(const std::filesystem::path& bundle, const AppBundle
     if (running) {
         pid = *running;
     } else {
-        const bool testPattern = info.bundleID == std::string(TestPatternSpec::bundleID);
-        ProcessSpec setup{.name = info.name,
-                         .bundleID = info.bundleID,
-                         .bundleURL = bundle,
-                         .kind = testPattern ? AppKind::testPattern : AppKind::plain,
-                         .menuBar = testPattern ? testPatternMenuBar(info.name) : plainMenuBar(info.name)};
+        const bool testPattern = info.bundleID == std::string(TestPatternLayout::bundleID);
+        ProcessSetup setup{.name = info.name,
+                           .bundleID = info.bundleID,
+                           .bundleURL = bundle,
+                           .kind = testPattern ? AppKind::testPattern : AppKind::plain,
+                           .menuBar = testPattern ? testPatternMenuBar(info.name) : plainMenuBar(info.name)};
         pid = addProcess(std::move(setup));
         if (testPattern) {
-            addWindow(pid, {.title = std::string(TestPatternSpec::windowTitle),
-                            .frame = nextPlacement({TestPatternSpec::contentWidth, TestPatternSpec::contentHeight})});
+            addWindow(pid,
+                      {.title = std::string(TestPatternLayout::windowTitle),
+                       .frame = nextPlacement({TestPatternLayout::contentWidth, TestPatternLayout::contentHeight})});
         } else {
             addWindow(pid, {.title = info.name, .frame = nextPlacement({800, 600}), .content = plainWindowContent()});
         }
@@ -123,7 +124,7 @@ void World::openDocument(SimProcess& p, const std::filesystem::path& document) {
                           .content = plainWindowContent()});
 }
 
-ElementSpec* World::textArea(uint32_t windowID) {
+ElementSetup* World::textArea(uint32_t windowID) {
     SimWindow* w = window(windowID);
     return w ? findRole(w->setup.content, "AXTextArea") : nullptr;
 }
@@ -148,20 +149,20 @@ void World::performAction(int32_t pid, const std::string& action, const std::vec
     } else if (action == "newWindow") {
         addWindow(pid, {.title = "Untitled", .frame = nextPlacement({800, 600}), .content = plainWindowContent()});
     } else if (action == "copy") {
-        ElementSpec* text = key ? textArea(*key) : nullptr;
+        ElementSetup* text = key ? textArea(*key) : nullptr;
         if (!text) return;
         const std::string value = text->value.value_or("");
         ++pasteboardCount;
         pasteboardItems = {{Pasteboard::typeString, Bytes(value.begin(), value.end())}};
     } else if (action == "paste") {
-        ElementSpec* text = key ? textArea(*key) : nullptr;
+        ElementSetup* text = key ? textArea(*key) : nullptr;
         for (auto& [type, data] : pasteboardItems) {
             if (text && type == Pasteboard::typeString) text->value = text->value.value_or("") + std::string(data.begin(), data.end());
         }
     } else if (action == "toggleMark") {
         // The item's own setup lives in the process's menu bar.
-        std::vector<MenuItemSpec>* items = &*p->setup.menuBar;
-        MenuItemSpec* it = nullptr;
+        std::vector<MenuItemSetup>* items = &*p->setup.menuBar;
+        MenuItemSetup* it = nullptr;
         for (size_t index : path) {
             it = &(*items)[index];
             items = &it->submenu;
@@ -184,7 +185,7 @@ void World::deliver(int32_t pid, std::optional<uint32_t> target, const PlatformE
     if (type != PlatformEvent::keyDown && type != PlatformEvent::keyUp) return;
     const auto keyCode = uint16_t(event.integerField(PlatformEvent::fieldKeyboardKeycode));
     if (p->setup.kind == AppKind::testPattern) {
-        if (keyCode == TestPatternSpec::f1KeyCode) p->squareWhite = type == PlatformEvent::keyDown;
+        if (keyCode == TestPatternLayout::f1KeyCode) p->squareWhite = type == PlatformEvent::keyDown;
         return;
     }
     if (p->setup.kind != AppKind::plain || type != PlatformEvent::keyDown) return;
@@ -198,7 +199,7 @@ void World::deliver(int32_t pid, std::optional<uint32_t> target, const PlatformE
         return;
     }
     const std::optional<uint32_t> key = keyWindow(pid);
-    ElementSpec* text = key ? textArea(*key) : nullptr;
+    ElementSetup* text = key ? textArea(*key) : nullptr;
     if (!text) return;
     std::string value = text->value.value_or("");
     if (keyCode == 51) deleteBackward(value);

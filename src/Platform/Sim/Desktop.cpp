@@ -54,7 +54,7 @@ void Desktop::registerStream(const std::shared_ptr<SimCaptureStream>& stream) {
     _world->streams.push_back(stream);
 }
 
-int32_t Desktop::addProcess(ProcessSpec setup) {
+int32_t Desktop::addProcess(ProcessSetup setup) {
     return change([&](World& w) { return w.addProcess(std::move(setup)); });
 }
 
@@ -108,7 +108,7 @@ std::optional<int32_t> Desktop::frontmostPid() const {
     return read([](World& w) { return w.frontmost; });
 }
 
-uint32_t Desktop::addWindow(int32_t pid, WindowSpec setup) {
+uint32_t Desktop::addWindow(int32_t pid, WindowSetup setup) {
     return change([&](World& w) { return w.addWindow(pid, std::move(setup)); });
 }
 
@@ -143,7 +143,7 @@ std::vector<WindowInfo> Desktop::windows() const {
     });
 }
 
-void Desktop::setMenuBar(int32_t pid, std::optional<std::vector<MenuItemSpec>> menuBar) {
+void Desktop::setMenuBar(int32_t pid, std::optional<std::vector<MenuItemSetup>> menuBar) {
     change([&](World& w) {
         if (SimProcess* p = w.process(pid)) {
             w.closeMenu(*p);
@@ -153,7 +153,7 @@ void Desktop::setMenuBar(int32_t pid, std::optional<std::vector<MenuItemSpec>> m
     });
 }
 
-std::optional<std::vector<MenuItemSpec>> Desktop::menuBar(int32_t pid) const {
+std::optional<std::vector<MenuItemSetup>> Desktop::menuBar(int32_t pid) const {
     return read([&](World& w) {
         SimProcess* p = w.process(pid);
         return p ? p->setup.menuBar : std::nullopt;
@@ -176,7 +176,7 @@ std::optional<size_t> Desktop::openMenu(int32_t pid) const {
 
 std::optional<std::string> Desktop::textAreaValue(uint32_t windowID) const {
     return read([&](World& w) -> std::optional<std::string> {
-        ElementSpec* text = w.textArea(windowID);
+        ElementSetup* text = w.textArea(windowID);
         return text ? text->value : std::nullopt;
     });
 }

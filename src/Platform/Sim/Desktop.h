@@ -26,16 +26,16 @@ class SimCaptureStream;
 enum class AppKind : uint8_t { scripted, plain, testPattern };
 
 // One node of a window's Accessibility content.
-struct ElementSpec {
+struct ElementSetup {
     std::string role;  // "AXStaticText", "AXButton", "AXTextArea", "AXTextField", "AXGroup", ...
     std::optional<std::string> title;
     std::optional<std::string> value;
-    std::vector<ElementSpec> children;
-    bool operator==(const ElementSpec&) const = default;
+    std::vector<ElementSetup> children;
+    bool operator==(const ElementSetup&) const = default;
 };
 
 // One menu item, or a menu of the bar when it has a submenu.
-struct MenuItemSpec {
+struct MenuItemSetup {
     std::string title;
     // Absent: the item has no enabled attribute at all. A disabled menu of
     // the bar doesn't open when pressed.
@@ -50,11 +50,11 @@ struct MenuItemSpec {
     // "newWindow", "minimize", "copy", "paste", "toggleMark"; anything else
     // is only recorded.
     std::string action;
-    std::vector<MenuItemSpec> submenu;
-    bool operator==(const MenuItemSpec&) const = default;
+    std::vector<MenuItemSetup> submenu;
+    bool operator==(const MenuItemSetup&) const = default;
 };
 
-struct WindowSpec {
+struct WindowSetup {
     std::string title;
     Rect frame{100, 100, 400, 300};
     int64_t layer = 0;
@@ -66,15 +66,15 @@ struct WindowSpec {
     bool resizable = true;
     bool desktopElement = false;  // left out when the desktop's own windows are excluded
     bool accessible = true;       // listed among its application's Accessibility windows
-    std::vector<ElementSpec> content;
+    std::vector<ElementSetup> content;
 };
 
-struct ProcessSpec {
+struct ProcessSetup {
     std::string name;
     std::optional<std::string> bundleID;
     std::optional<std::filesystem::path> bundleURL;
     AppKind kind = AppKind::scripted;
-    std::optional<std::vector<MenuItemSpec>> menuBar;  // absent: no menu bar
+    std::optional<std::vector<MenuItemSetup>> menuBar;  // absent: no menu bar
     double answerDelay = 0;  // seconds each Accessibility call takes to be answered
     bool refusesQuit = false;
 };
@@ -165,7 +165,7 @@ public:
     PlatformServices services();
 
     // Processes.
-    int32_t addProcess(ProcessSpec setup);
+    int32_t addProcess(ProcessSetup setup);
     // Starts the bundle as the workspace would (reusing a running process of
     // the same bundle); nothing if there is no bundle folder there.
     std::optional<int32_t> launch(const std::filesystem::path& bundle, bool activate = true);
@@ -180,7 +180,7 @@ public:
     std::optional<int32_t> frontmostPid() const;
 
     // Windows.
-    uint32_t addWindow(int32_t pid, WindowSpec setup);
+    uint32_t addWindow(int32_t pid, WindowSetup setup);
     void closeWindow(uint32_t id);
     void setFrame(uint32_t id, Rect frame);
     void raise(uint32_t id);
@@ -197,8 +197,8 @@ public:
     std::vector<WindowInfo> windows() const;
 
     // Application state.
-    void setMenuBar(int32_t pid, std::optional<std::vector<MenuItemSpec>> menuBar);
-    std::optional<std::vector<MenuItemSpec>> menuBar(int32_t pid) const;
+    void setMenuBar(int32_t pid, std::optional<std::vector<MenuItemSetup>> menuBar);
+    std::optional<std::vector<MenuItemSetup>> menuBar(int32_t pid) const;
     std::vector<std::vector<size_t>> menuPresses(int32_t pid) const;  // paths of the items pressed
     std::optional<size_t> openMenu(int32_t pid) const;                 // the top-level menu now open
     // The value of the first text area in the window's content.

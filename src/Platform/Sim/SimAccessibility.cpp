@@ -30,9 +30,9 @@ AXElement child(const SimElement& from, Kind kind, uint32_t windowID = 0, std::v
                                         from.timeout.load());
 }
 
-ElementSpec* contentAt(SimWindow& w, const std::vector<size_t>& path) {
-    std::vector<ElementSpec>* level = &w.setup.content;
-    ElementSpec* e = nullptr;
+ElementSetup* contentAt(SimWindow& w, const std::vector<size_t>& path) {
+    std::vector<ElementSetup>* level = &w.setup.content;
+    ElementSetup* e = nullptr;
     for (size_t i : path) {
         if (i >= level->size()) return nullptr;
         e = &(*level)[i];
@@ -63,14 +63,14 @@ AXError check(World& w, const SimElement& e) {
     case Kind::menuItem:
         return w.menuItem(e.pid, e.path) ? AXError::success : AXError::invalidUIElement;
     case Kind::menu: {
-        const MenuItemSpec* item = w.menuItem(e.pid, e.path);
+        const MenuItemSetup* item = w.menuItem(e.pid, e.path);
         return item && !item->submenu.empty() ? AXError::success : AXError::invalidUIElement;
     }
     }
     return AXError::invalidUIElement;
 }
 
-std::vector<AXElement> menuItems(const SimElement& e, const std::vector<MenuItemSpec>& items, bool bar) {
+std::vector<AXElement> menuItems(const SimElement& e, const std::vector<MenuItemSetup>& items, bool bar) {
     std::vector<AXElement> out;
     for (size_t i = 0; i < items.size(); ++i) {
         std::vector<size_t> path = e.path;
@@ -82,7 +82,7 @@ std::vector<AXElement> menuItems(const SimElement& e, const std::vector<MenuItem
 
 std::optional<AXAttributeValue> readAttribute(World& w, const SimElement& e, const std::string& name) {
     SimProcess& p = *w.process(e.pid);
-    auto submenu = [&](const MenuItemSpec& item) -> AXAttributeValue {
+    auto submenu = [&](const MenuItemSetup& item) -> AXAttributeValue {
         if (item.submenu.empty()) return std::vector<AXElement>{};
         return std::vector<AXElement>{child(e, Kind::menu, 0, e.path)};
     };
@@ -138,7 +138,7 @@ std::optional<AXAttributeValue> readAttribute(World& w, const SimElement& e, con
         if (name == "AXSubrole") return std::string("AXCloseButton");
         return std::nullopt;
     case Kind::content: {
-        const ElementSpec& el = *contentAt(*w.window(e.windowID), e.path);
+        const ElementSetup& el = *contentAt(*w.window(e.windowID), e.path);
         if (name == "AXRole") return el.role;
         if (name == "AXTitle" && el.title) return *el.title;
         if (name == "AXValue" && el.value) return *el.value;
@@ -158,14 +158,14 @@ std::optional<AXAttributeValue> readAttribute(World& w, const SimElement& e, con
         if (name == "AXChildren") return menuItems(e, *p.setup.menuBar, true);
         return std::nullopt;
     case Kind::menu: {
-        const MenuItemSpec& item = *w.menuItem(e.pid, e.path);
+        const MenuItemSetup& item = *w.menuItem(e.pid, e.path);
         if (name == "AXRole") return std::string("AXMenu");
         if (name == "AXChildren") return menuItems(e, item.submenu, false);
         return std::nullopt;
     }
     case Kind::menuBarItem:
     case Kind::menuItem: {
-        const MenuItemSpec& item = *w.menuItem(e.pid, e.path);
+        const MenuItemSetup& item = *w.menuItem(e.pid, e.path);
         const bool barItem = e.kind == Kind::menuBarItem;
         if (name == "AXRole") return std::string(barItem ? "AXMenuBarItem" : "AXMenuItem");
         if (name == "AXTitle") return item.title;
@@ -225,7 +225,7 @@ AXError writeAttribute(World& w, const SimElement& e, const std::string& name, c
         return AXError::attributeUnsupported;
     }
     case Kind::content: {
-        ElementSpec& el = *contentAt(*w.window(e.windowID), e.path);
+        ElementSetup& el = *contentAt(*w.window(e.windowID), e.path);
         if (name != "AXValue" || (el.role != "AXTextArea" && el.role != "AXTextField"))
             return AXError::attributeUnsupported;
         const std::string* text = std::get_if<std::string>(&value);
@@ -251,7 +251,7 @@ AXError performOn(World& w, const SimElement& e, const std::string& action) {
         return AXError::success;
     case Kind::content: {
         SimWindow& win = *w.window(e.windowID);
-        const ElementSpec& el = *contentAt(win, e.path);
+        const ElementSetup& el = *contentAt(win, e.path);
         if (action != "AXPress" || el.role != "AXButton") return AXError::actionUnsupported;
         p.buttonPresses.push_back(el.title.value_or(""));
         // A button of a sheet answers it, and the sheet goes.

@@ -14,13 +14,13 @@ SimWindow* World::window(uint32_t id) {
     return it == windows.end() ? nullptr : &it->second;
 }
 
-int32_t World::addProcess(ProcessSpec setup) {
+int32_t World::addProcess(ProcessSetup setup) {
     const int32_t pid = nextPid++;
     processes[pid] = SimProcess{.pid = pid, .setup = std::move(setup)};
     return pid;
 }
 
-uint32_t World::addWindow(int32_t pid, WindowSpec setup) {
+uint32_t World::addWindow(int32_t pid, WindowSetup setup) {
     const uint32_t id = nextWindowID++;
     const bool ordinary = !setup.sheetOf && setup.layer == 0 && !setup.desktopElement;
     auto parent = setup.sheetOf ? std::find(order.begin(), order.end(), *setup.sheetOf) : order.end();
@@ -171,11 +171,11 @@ WindowInfo World::info(const SimWindow& w) const {
             .isMain = p != processes.end() && p->second.mainWindow == w.id};
 }
 
-const MenuItemSpec* World::menuItem(int32_t pid, const std::vector<size_t>& path) const {
+const MenuItemSetup* World::menuItem(int32_t pid, const std::vector<size_t>& path) const {
     auto p = processes.find(pid);
     if (p == processes.end() || !p->second.setup.menuBar || path.empty()) return nullptr;
-    const std::vector<MenuItemSpec>* items = &*p->second.setup.menuBar;
-    const MenuItemSpec* item = nullptr;
+    const std::vector<MenuItemSetup>* items = &*p->second.setup.menuBar;
+    const MenuItemSetup* item = nullptr;
     for (size_t index : path) {
         if (index >= items->size()) return nullptr;
         item = &(*items)[index];
@@ -185,7 +185,7 @@ const MenuItemSpec* World::menuItem(int32_t pid, const std::vector<size_t>& path
 }
 
 bool World::menuItemEnabled(const SimProcess& p, const std::vector<size_t>& path) const {
-    const MenuItemSpec* item = menuItem(p.pid, path);
+    const MenuItemSetup* item = menuItem(p.pid, path);
     if (!item) return false;
     if (item->enabledOnlyWhileOpen && !p.validatedMenus.contains(path.front())) return false;
     return item->enabled.value_or(true);
@@ -193,18 +193,18 @@ bool World::menuItemEnabled(const SimProcess& p, const std::vector<size_t>& path
 
 void World::openMenu(SimProcess& p, size_t index) {
     closeMenu(p);
-    const MenuItemSpec* top = menuItem(p.pid, {index});
+    const MenuItemSetup* top = menuItem(p.pid, {index});
     if (!top) return;
     p.openMenu = index;
     p.validatedMenus.insert(index);
     // The open menu is a window of its application, above ordinary windows.
-    WindowSpec setup{.title = "",
-                    .frame = {10.0 + 80 * double(index), 24, 220, 10 + 22 * double(top->submenu.size())},
-                    .layer = Desktop::menuWindowLayer,
-                    .hasCloseButton = false,
-                    .movable = false,
-                    .resizable = false,
-                    .accessible = false};
+    WindowSetup setup{.title = "",
+                      .frame = {10.0 + 80 * double(index), 24, 220, 10 + 22 * double(top->submenu.size())},
+                      .layer = Desktop::menuWindowLayer,
+                      .hasCloseButton = false,
+                      .movable = false,
+                      .resizable = false,
+                      .accessible = false};
     p.menuWindow = addWindow(p.pid, std::move(setup));
     windows.at(p.menuWindow).isMenuWindow = true;
 }
@@ -220,7 +220,7 @@ void World::closeMenu(SimProcess& p) {
 
 bool World::pressMenuItem(int32_t pid, const std::vector<size_t>& path) {
     SimProcess* p = process(pid);
-    const MenuItemSpec* item = menuItem(pid, path);
+    const MenuItemSetup* item = menuItem(pid, path);
     if (!p || !item || path.size() < 2 || !menuItemEnabled(*p, path)) return false;
     if (!item->submenu.empty()) return true;  // opens its submenu, nothing else
     closeMenu(*p);

@@ -13,14 +13,14 @@ namespace tsl::Sim {
 struct SimWindow {
     uint32_t id = 0;
     int32_t pid = 0;
-    WindowSpec setup;
+    WindowSetup setup;
     bool minimized = false;
     bool isMenuWindow = false;
 };
 
 struct SimProcess {
     int32_t pid = 0;
-    ProcessSpec setup;
+    ProcessSetup setup;
     bool squareWhite = false;
     uint64_t patternCounter = 0;  // pictures the test pattern has drawn; the first is 1
     std::optional<size_t> openMenu;
@@ -80,8 +80,8 @@ struct World {
     // Processes and windows.
     SimProcess* process(int32_t pid);
     SimWindow* window(uint32_t id);
-    int32_t addProcess(ProcessSpec setup);
-    uint32_t addWindow(int32_t pid, WindowSpec setup);
+    int32_t addProcess(ProcessSetup setup);
+    uint32_t addWindow(int32_t pid, WindowSetup setup);
     void removeWindow(uint32_t id);  // with its sheets
     void removeProcess(int32_t pid);
     bool isVisible(const SimWindow& w) const;
@@ -99,7 +99,7 @@ struct World {
     WindowInfo info(const SimWindow& w) const;
 
     // Menus.
-    const MenuItemSpec* menuItem(int32_t pid, const std::vector<size_t>& path) const;
+    const MenuItemSetup* menuItem(int32_t pid, const std::vector<size_t>& path) const;
     bool menuItemEnabled(const SimProcess& p, const std::vector<size_t>& path) const;
     void openMenu(SimProcess& p, size_t index);
     void closeMenu(SimProcess& p);
@@ -113,14 +113,14 @@ struct World {
     void openDocument(SimProcess& p, const std::filesystem::path& document);
     void performAction(int32_t pid, const std::string& action, const std::vector<size_t>& path);
     void deliver(int32_t pid, std::optional<uint32_t> window, const PlatformEvent& event, Route route);
-    ElementSpec* textArea(uint32_t windowID);
+    ElementSetup* textArea(uint32_t windowID);
     bool quit(int32_t pid);
 };
 
 // The default user interface of each kind of application.
-std::vector<MenuItemSpec> plainMenuBar(const std::string& appName);
-std::vector<MenuItemSpec> testPatternMenuBar(const std::string& appName);
-std::vector<ElementSpec> plainWindowContent();
+std::vector<MenuItemSetup> plainMenuBar(const std::string& appName);
+std::vector<MenuItemSetup> testPatternMenuBar(const std::string& appName);
+std::vector<ElementSetup> plainWindowContent();
 
 // Draws a window's content into a locked BGRA picture at `scale` pixels per point.
 struct ContentSnapshot {
