@@ -32,16 +32,14 @@ public:
 
 private:
     AccessibilityBus() {
-        session = std::make_unique<ChildProcess>(
-            "/usr/bin/dbus-daemon", std::vector<std::string>{"--session", "--nofork", "--print-address=1"});
+        session = startServer("/usr/bin/dbus-daemon", {"--session", "--nofork", "--print-address=1"});
         if (!session->waitForOutput("\n")) return;
         const std::string address = session->standardOutput().substr(0, session->standardOutput().find('\n'));
         ::setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
         // Started by us rather than by the bus, so that it ends by its pid; with
         // no display of its own it outlives each test's X server.
-        launcher = std::make_unique<ChildProcess>(
-            "/usr/bin/env", std::vector<std::string>{"-u", "DISPLAY", "XDG_RUNTIME_DIR=" + runtime.path().string(),
-                                                     "/usr/libexec/at-spi-bus-launcher", "--launch-immediately"});
+        launcher = startServer("/usr/bin/env", {"-u", "DISPLAY", "XDG_RUNTIME_DIR=" + runtime.path().string(),
+                                                "/usr/libexec/at-spi-bus-launcher", "--launch-immediately"});
         ChildProcess owned("/usr/bin/gdbus", {"wait", "--session", "--timeout", "20", "org.a11y.Bus"});
         _ready = owned.wait() == 0;
     }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -123,5 +124,14 @@ private:
     std::string _stdout, _stderr;
     std::optional<int> _status;
 };
+
+// A server for the test program's run. The kernel sends it SIGTERM when the
+// program ends, even when a sanitizer halts it, so no server outlives a
+// failed run. The signal follows the thread that starts it: the main one.
+inline std::unique_ptr<ChildProcess> startServer(const std::string& program, const std::vector<std::string>& args) {
+    std::vector<std::string> wrapped{"--pdeathsig", "TERM", program};
+    wrapped.insert(wrapped.end(), args.begin(), args.end());
+    return std::make_unique<ChildProcess>("/usr/bin/setpriv", wrapped);
+}
 
 }  // namespace tsl::test

@@ -26,9 +26,8 @@ public:
     static constexpr auto limit = std::chrono::seconds(20);
 
     explicit XDisplay(bool windowManager) {
-        server = std::make_unique<ChildProcess>(
-            "/usr/bin/Xvfb", std::vector<std::string>{"-displayfd", "1", "-screen", "0", "1280x1024x24", "-nolisten",
-                                                      "tcp", "-nolisten", "unix"});
+        server = startServer("/usr/bin/Xvfb", {"-displayfd", "1", "-screen", "0", "1280x1024x24", "-nolisten", "tcp",
+                                               "-nolisten", "unix"});
         if (!server->waitForOutput("\n", limit)) return;
         _name = ":" + server->standardOutput().substr(0, server->standardOutput().find('\n'));
         ::setenv("DISPLAY", _name.c_str(), 1);
