@@ -8,40 +8,30 @@
 namespace tsl {
 namespace {
 
-class MemoryPixelBuffer final : public PixelBuffer {
+class MemoryPixelBuffer final : public MemoryBackedPixelBuffer {
 public:
     MemoryPixelBuffer(int64_t width, int64_t height, size_t bytesPerRow, bool sharedSurface, uint8_t* memory)
-        : _width(width), _height(height), _bytesPerRow(bytesPerRow), _sharedSurface(sharedSurface), _memory(memory) {}
-    ~MemoryPixelBuffer() override { std::free(_memory); }
-
-    int64_t width() const override { return _width; }
-    int64_t height() const override { return _height; }
-    size_t bytesPerRow() const override { return _bytesPerRow; }
-    uint32_t pixelFormat() const override { return bgra; }
-    bool hasSharedSurface() const override { return _sharedSurface; }
-
-    int32_t lockBaseAddress(uint32_t) override {
-        _locks.fetch_add(1, std::memory_order_acq_rel);
-        return 0;
-    }
-    int32_t unlockBaseAddress(uint32_t) override {
-        int current = _locks.load(std::memory_order_acquire);
-        while (current > 0 && !_locks.compare_exchange_weak(current, current - 1, std::memory_order_acq_rel)) {
-        }
-        return current > 0 ? 0 : statusInvalidArgument;
-    }
-    uint8_t* baseAddress() const override { return _locks.load(std::memory_order_acquire) > 0 ? _memory : nullptr; }
-
-private:
-    const int64_t _width;
-    const int64_t _height;
-    const size_t _bytesPerRow;
-    const bool _sharedSurface;
-    uint8_t* const _memory;
-    std::atomic<int> _locks{0};
+        : MemoryBackedPixelBuffer(width, height, bytesPerRow, sharedSurface, memory) {}
+    ~MemoryPixelBuffer() override { std::free(memory()); }
 };
 
 }  // namespace
+
+int32_t MemoryBackedPixelBuffer::lockBaseAddress(uint32_t) {
+    _locks.fetch_add(1, std::memory_order_acq_rel);
+    return 0;
+}
+
+int32_t MemoryBackedPixelBuffer::unlockBaseAddress(uint32_t) {
+    int current = _locks.load(std::memory_order_acquire);
+    while (current > 0 && !_locks.compare_exchange_weak(current, current - 1, std::memory_order_acq_rel)) {
+    }
+    return current > 0 ? 0 : statusInvalidArgument;
+}
+
+uint8_t* MemoryBackedPixelBuffer::baseAddress() const {
+    return _locks.load(std::memory_order_acquire) > 0 ? _memory : nullptr;
+}
 
 std::shared_ptr<PixelBuffer> PixelBuffer::make(int64_t width, int64_t height, Attributes attributes) {
     constexpr int64_t maxSide = 16384;

@@ -1,4 +1,5 @@
 #pragma once
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -39,6 +40,33 @@ public:
     // above it).
     static std::shared_ptr<PixelBuffer> make(int64_t width, int64_t height, Attributes attributes);
     static std::shared_ptr<PixelBuffer> make(int64_t width, int64_t height) { return make(width, height, Attributes{}); }
+};
+
+// A BGRA buffer over memory its subclass owns and frees: counts the locks,
+// and hands the memory out only while one is held.
+class MemoryBackedPixelBuffer : public PixelBuffer {
+public:
+    int64_t width() const override { return _width; }
+    int64_t height() const override { return _height; }
+    size_t bytesPerRow() const override { return _bytesPerRow; }
+    uint32_t pixelFormat() const override { return bgra; }
+    bool hasSharedSurface() const override { return _sharedSurface; }
+    int32_t lockBaseAddress(uint32_t flags) override;
+    int32_t unlockBaseAddress(uint32_t flags) override;
+    uint8_t* baseAddress() const override;
+
+protected:
+    MemoryBackedPixelBuffer(int64_t width, int64_t height, size_t bytesPerRow, bool sharedSurface, uint8_t* memory)
+        : _width(width), _height(height), _bytesPerRow(bytesPerRow), _sharedSurface(sharedSurface), _memory(memory) {}
+    uint8_t* memory() const { return _memory; }
+
+private:
+    const int64_t _width;
+    const int64_t _height;
+    const size_t _bytesPerRow;
+    const bool _sharedSurface;
+    uint8_t* const _memory;
+    std::atomic<int> _locks{0};
 };
 
 // Holds a buffer's lock for one scope.

@@ -51,7 +51,7 @@ Link connectLink(const std::string& display) {
 }
 
 // A memfd the server maps too (attach_fd); unmapped and detached with the last picture on it.
-class ShmPixelBuffer final : public PixelBuffer {
+class ShmPixelBuffer final : public MemoryBackedPixelBuffer {
 public:
     static std::shared_ptr<ShmPixelBuffer> make(const Link& link, int64_t width, int64_t height) {
         const size_t size = size_t(width) * size_t(height) * 4;
@@ -80,7 +80,7 @@ public:
         if (pixmap != XCB_NONE) xcb_free_pixmap(link.get(), pixmap);
         xcb_shm_detach(link.get(), segment);
         xcb_flush(link.get());
-        ::munmap(memory, size);
+        ::munmap(memory(), size);
     }
 
     xcb_shm_seg_t seg() const { return segment; }
@@ -93,7 +93,7 @@ public:
         xcb_connection_t* c = link.get();
         const xcb_pixmap_t p = xcb_generate_id(c);
         const xcb_render_picture_t r = xcb_generate_id(c);
-        auto made = xcb_shm_create_pixmap_checked(c, p, root, uint16_t(_width), uint16_t(_height), 32, segment, 0);
+        auto made = xcb_shm_create_pixmap_checked(c, p, root, uint16_t(width()), uint16_t(height()), 32, segment, 0);
         auto drawn = xcb_render_create_picture_checked(c, r, p, argb, 0, nullptr);
         xcb_generic_error_t* pixmapError = xcb_request_check(c, made);
         xcb_generic_error_t* pictureError = xcb_request_check(c, drawn);
@@ -103,35 +103,18 @@ public:
         std::free(pictureError);
         return picture;
     }
-    uint8_t* pixels() const { return memory; }
-
-    int64_t width() const override { return _width; }
-    int64_t height() const override { return _height; }
-    size_t bytesPerRow() const override { return size_t(_width) * 4; }
-    uint32_t pixelFormat() const override { return bgra; }
-    bool hasSharedSurface() const override { return true; }
-    int32_t lockBaseAddress(uint32_t) override {
-        locks.fetch_add(1, std::memory_order_acq_rel);
-        return 0;
-    }
-    int32_t unlockBaseAddress(uint32_t) override {
-        int current = locks.load(std::memory_order_acquire);
-        while (current > 0 && !locks.compare_exchange_weak(current, current - 1, std::memory_order_acq_rel)) {
-        }
-        return current > 0 ? 0 : statusInvalidArgument;
-    }
-    uint8_t* baseAddress() const override { return locks.load(std::memory_order_acquire) > 0 ? memory : nullptr; }
+    uint8_t* pixels() const { return memory(); }
 
 private:
     ShmPixelBuffer(Link link, xcb_shm_seg_t segment, uint8_t* memory, size_t size, int64_t width, int64_t height)
-        : link(std::move(link)), segment(segment), memory(memory), size(size), _width(width), _height(height) {}
+        : MemoryBackedPixelBuffer(width, height, size_t(width) * 4, true, memory),
+          link(std::move(link)),
+          segment(segment),
+          size(size) {}
 
     const Link link;
     const xcb_shm_seg_t segment;
-    uint8_t* const memory;
     const size_t size;
-    const int64_t _width, _height;
-    std::atomic<int> locks{0};
     // Touched by the capture thread only.
     bool triedTarget = false;
     xcb_pixmap_t pixmap = XCB_NONE;
