@@ -39,7 +39,7 @@ std::vector<std::shared_ptr<PixelBuffer>> pictures(int64_t width, int64_t height
         auto buffer = PixelBuffers::make(width, height);
         PixelBufferLock locked(*buffer, 0);
         drawTestPattern(locked.base(), width, height, buffer->bytesPerRow(),
-                        double(width) / TestPatternLayout::contentWidth, uint64_t(i + 1), i % 2 == 0);
+                        double(width) / TestPatternSpec::contentWidth, uint64_t(i + 1), i % 2 == 0);
         out.push_back(buffer);
     }
     return out;
@@ -122,9 +122,9 @@ double loopbackFPS(VideoCodec codec, int64_t width, int64_t height, int count) {
     MainActor main;
     auto desktop = Sim::Desktop::make({.manualCapture = true});
     const int32_t pid = desktop->addProcess(
-        {.name = "Pattern", .bundleID = std::string(TestPatternLayout::bundleID), .kind = Sim::AppKind::testPattern});
+        {.name = "Pattern", .bundleID = std::string(TestPatternSpec::bundleID), .kind = Sim::AppKind::testPattern});
     const uint32_t window = desktop->addWindow(
-        pid, {.title = std::string(TestPatternLayout::windowTitle), .frame = {0, 0, double(width), double(height)}});
+        pid, {.title = std::string(TestPatternSpec::windowTitle), .frame = {0, 0, double(width), double(height)}});
     auto service = std::make_shared<AgentService>(
         AgentConfig::simulation(AgentConfig::Mode::listen(SocketEndpoint::unix("/unused")), "/nonexistent-root", false),
         desktop->services(), [](int) {});

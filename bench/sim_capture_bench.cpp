@@ -33,9 +33,9 @@ struct Pattern {
 
     explicit Pattern(bool manual) : desktop(Sim::Desktop::make({.manualCapture = manual})), services(desktop->services()) {
         const int32_t pid = desktop->addProcess({.name = "Pattern", .kind = Sim::AppKind::testPattern});
-        window = desktop->addWindow(
-            pid, {.title = std::string(TestPatternLayout::windowTitle),
-                  .frame = {0, 0, TestPatternLayout::contentWidth, TestPatternLayout::contentHeight}});
+        window =
+            desktop->addWindow(pid, {.title = std::string(TestPatternSpec::windowTitle),
+                                     .frame = {0, 0, TestPatternSpec::contentWidth, TestPatternSpec::contentHeight}});
     }
     std::shared_ptr<CaptureStream> start(int32_t fps, CaptureStream::OutputHandler handler) {
         auto stream = services.screenCapture->makeStream(

@@ -51,7 +51,7 @@ std::pair<double, double> bestInTurns(int runs, const std::function<void()>& our
 void capture(PixelBuffer& buffer, uint64_t counter) {
     PixelBufferLock locked(buffer, 0);
     drawTestPattern(locked.base(), buffer.width(), buffer.height(), buffer.bytesPerRow(),
-                    double(buffer.width()) / TestPatternLayout::contentWidth, counter, false);
+                    double(buffer.width()) / TestPatternSpec::contentWidth, counter, false);
 }
 
 std::vector<std::shared_ptr<PixelBuffer>> patternFrames(FrameSize s, int count) {

@@ -55,7 +55,7 @@ void listing(test::XDisplay& display, const PlatformServices& platform) {
     display.waitUntil([&] {
         clients.clear();
         for (const auto& w : X11::ClientWindow::list(display.connection()))
-            if (w.title == TestPatternLayout::windowTitle && w.onScreen()) clients.push_back(w.id);
+            if (w.title == TestPatternSpec::windowTitle && w.onScreen()) clients.push_back(w.id);
         return clients.size() == windowCount;
     });
     const uint32_t options = WindowServer::optionOnScreenOnly | WindowServer::optionExcludeDesktopElements;
@@ -83,7 +83,7 @@ void keyToPixel(test::XDisplay& display, const std::shared_ptr<X11::X11Desktop>&
         std::exit(1);
     }
     platform.workspace->activate(pattern.pid(), 0);
-    using namespace TestPatternLayout;
+    using namespace TestPatternSpec;
     auto white = [&] {
         auto luma = display.meanLuma(int(window->bounds.x + squareX), int(window->bounds.y + squareY), int(squareSize),
                                      int(squareSize));

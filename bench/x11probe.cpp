@@ -40,7 +40,7 @@
 #include "TslCore/Measure/TestPattern.h"
 
 using Clock = std::chrono::steady_clock;
-namespace pattern = tsl::TestPatternLayout;
+namespace pattern = tsl::TestPatternSpec;
 
 namespace {
 

@@ -67,8 +67,8 @@ class PatternWindow {
 public:
     PatternWindow(xcb_connection_t* c, const xcb_screen_t* screen, const Options& o)
         : c(c),
-          width(uint16_t(TestPatternLayout::contentWidth)),
-          height(uint16_t(TestPatternLayout::contentHeight)),
+          width(uint16_t(TestPatternSpec::contentWidth)),
+          height(uint16_t(TestPatternSpec::contentHeight)),
           pixels(size_t(width) * height * 4),
           depth(screen->root_depth) {
         window = xcb_generate_id(c);
@@ -78,7 +78,7 @@ public:
         xcb_create_window(c, XCB_COPY_FROM_PARENT, window, screen->root, o.x, o.y, width, height, 0,
                           XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual, XCB_CW_BACK_PIXEL | XCB_CW_EVENT_MASK,
                           values);
-        const std::string title(TestPatternLayout::windowTitle);
+        const std::string title(TestPatternSpec::windowTitle);
         const xcb_atom_t utf8 = atom(c, "UTF8_STRING");
         setProperty(c, window, XCB_ATOM_WM_NAME, XCB_ATOM_STRING, 8, title.data(), uint32_t(title.size()));
         setProperty(c, window, atom(c, "_NET_WM_NAME"), utf8, 8, title.data(), uint32_t(title.size()));

@@ -238,7 +238,7 @@ std::optional<double> HostSession::measureOnce(bool white) {
     auto mapper = inputFor(patternWindow);
     if (!mapper) return std::nullopt;
     auto event = mapper->map(InputMapper::HostEvent{.type = white ? InputMapper::keyDown : InputMapper::keyUp,
-                                                    .keyCode = TestPatternLayout::f1KeyCode});
+                                                    .keyCode = TestPatternSpec::f1KeyCode});
     auto latency = probe.measure(white, 2.0, [&] { link->sendInput(*event); });
     if (latency) {
         std::lock_guard guard(lock);

@@ -50,13 +50,13 @@ fs::path agentBesideThisProgram() {
 
 // The test pattern as the share would hold it for installing.
 fs::path stageTestPattern(const fs::path& share) {
-    const std::string bundleID(TestPatternLayout::bundleID);
-    fs::path bundle = share / "Migrate" / bundleID / (std::string(TestPatternLayout::windowTitle) + ".app");
+    const std::string bundleID(TestPatternSpec::bundleID);
+    fs::path bundle = share / "Migrate" / bundleID / (std::string(TestPatternSpec::windowTitle) + ".app");
     fs::create_directories(bundle / "Contents");
     std::ofstream out(bundle / "Contents" / "Info.plist", std::ios::trunc);
     out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n"
         << "\t<key>CFBundleIdentifier</key>\n\t<string>" << bundleID << "</string>\n"
-        << "\t<key>CFBundleName</key>\n\t<string>" << TestPatternLayout::windowTitle << "</string>\n"
+        << "\t<key>CFBundleName</key>\n\t<string>" << TestPatternSpec::windowTitle << "</string>\n"
         << "\t<key>CFBundlePackageType</key>\n\t<string>APPL</string>\n"
         << "\t<key>CFBundleShortVersionString</key>\n\t<string>1.0</string>\n</dict>\n</plist>\n";
     if (!out) throw Error("cannot write the test pattern into " + bundle.string());
@@ -89,10 +89,10 @@ void SimSession::start(PictureSink pictureSink) {
     fs::path staged = stageTestPattern(backend->sharedFolder());
     auto guestBundle = backend->guestPath(staged);
     if (!guestBundle) throw Error("the shared folder is not visible to the guest");
-    session->request(ControlMessage::InstallApp{{*guestBundle, std::string(TestPatternLayout::bundleID)}});
+    session->request(ControlMessage::InstallApp{{*guestBundle, std::string(TestPatternSpec::bundleID)}});
 
     progress("Launching the test pattern…");
-    auto launched = session->request(ControlMessage::LaunchApp{{.bundleID = std::string(TestPatternLayout::bundleID)}});
+    auto launched = session->request(ControlMessage::LaunchApp{{.bundleID = std::string(TestPatternSpec::bundleID)}});
     auto* result = launched.get<ControlMessage::Launched>();
     if (!result) throw Error("the agent launched nothing");
     const int32_t pid = result->value.pid;
@@ -105,7 +105,7 @@ void SimSession::start(PictureSink pictureSink) {
     if (_windows.empty()) throw Error("the test pattern showed no window");
     uint32_t patternWindow = _windows.front().windowID;
     for (const auto& w : _windows)
-        if (w.title == TestPatternLayout::windowTitle) patternWindow = w.windowID;
+        if (w.title == TestPatternSpec::windowTitle) patternWindow = w.windowID;
     session->measureWindow(patternWindow);
 
     progress("Streaming…");

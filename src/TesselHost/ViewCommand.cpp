@@ -200,7 +200,7 @@ int runView(ViewArguments& args) {
         for (const GuestWindow& w : session->windows()) {
             if (!isChosen(w, args.window)) continue;
             views.open(w);
-            if (w.title == TestPatternLayout::windowTitle && !pattern) pattern = w.windowID;
+            if (w.title == TestPatternSpec::windowTitle && !pattern) pattern = w.windowID;
         }
         if (!args.window.empty() && views.count() == 0) throw Error("no guest window is " + args.window);
         if (o.measure > 0) {

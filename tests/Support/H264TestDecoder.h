@@ -85,9 +85,9 @@ private:
 template <class BrightAt>
 uint32_t readPatternCounter(double scale, BrightAt brightAt) {
     uint32_t counter = 0;
-    for (int i = 0; i < TestPatternLayout::barcodeBits; ++i) {
-        const auto x = int(scale * (TestPatternLayout::barcodeX + TestPatternLayout::barcodeCell * (i + 0.5)));
-        const auto y = int(scale * (TestPatternLayout::barcodeY + TestPatternLayout::barcodeHeight / 2));
+    for (int i = 0; i < TestPatternSpec::barcodeBits; ++i) {
+        const auto x = int(scale * (TestPatternSpec::barcodeX + TestPatternSpec::barcodeCell * (i + 0.5)));
+        const auto y = int(scale * (TestPatternSpec::barcodeY + TestPatternSpec::barcodeHeight / 2));
         if (brightAt(x, y)) counter |= 1u << i;
     }
     return counter;

@@ -16,7 +16,7 @@ struct PatternDesktop {
     explicit PatternDesktop(bool manualCapture = true)
         : desktop(Sim::Desktop::make({.manualCapture = manualCapture})),
           services(desktop->services()),
-          pid(*desktop->launch(makeBundle(dir.path(), "Pattern", std::string(TestPatternLayout::bundleID)))),
+          pid(*desktop->launch(makeBundle(dir.path(), "Pattern", std::string(TestPatternSpec::bundleID)))),
           window(desktop->windows().front().id) {}
 
     TempDir dir;

@@ -17,8 +17,8 @@ inline std::shared_ptr<PixelBuffer> patternPicture(int64_t width, int64_t height
                                                    bool squareWhite = false) {
     auto buffer = PixelBuffers::make(width, height);
     PixelBufferLock locked(*buffer, 0);
-    drawTestPattern(locked.base(), width, height, buffer->bytesPerRow(),
-                    double(width) / TestPatternLayout::contentWidth, counter, squareWhite);
+    drawTestPattern(locked.base(), width, height, buffer->bytesPerRow(), double(width) / TestPatternSpec::contentWidth,
+                    counter, squareWhite);
     return buffer;
 }
 
@@ -50,7 +50,7 @@ private:
 
 // The pattern counter a decoded picture shows.
 inline uint32_t counterShown(PixelBuffer& picture) {
-    double scale = double(picture.width()) / TestPatternLayout::contentWidth;
+    double scale = double(picture.width()) / TestPatternSpec::contentWidth;
     return readPatternCounter(scale, [&](int x, int y) {
         auto p = PixelBuffers::pixel(picture, x, y);
         return p && p->g > 128;

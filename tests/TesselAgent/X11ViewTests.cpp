@@ -107,7 +107,7 @@ TEST(X11View, ShowsTheGuestOnAnotherDisplayAndTakesItsKeys) {
     ASSERT_TRUE(shown) << view.standardError();
     EXPECT_EQ(shown->bounds.size(), pattern->bounds.size());
 
-    using namespace TestPatternLayout;
+    using namespace TestPatternSpec;
     auto square = [&](XDisplay& d, const Rect& at) {
         return d.meanLuma(int(at.x + squareX + 8), int(at.y + squareY + 8), int(squareSize - 16), int(squareSize - 16));
     };

@@ -183,7 +183,7 @@ TEST(SimCommand, ShowsThePatternInARealWindowAndTakesKeys) {
     XWindowAttributes attributes{};
     auto locate = [&] {
         auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (!(view = screen.find(std::string(TestPatternLayout::windowTitle))) &&
+        while (!(view = screen.find(std::string(TestPatternSpec::windowTitle))) &&
                std::chrono::steady_clock::now() < deadline)
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         if (!view) return false;
@@ -192,7 +192,7 @@ TEST(SimCommand, ShowsThePatternInARealWindowAndTakesKeys) {
                XTranslateCoordinates(screen.display, *view, DefaultRootWindow(screen.display), 0, 0, &left, &top, &child);
     };
     ASSERT_TRUE(locate()) << sim.standardError();
-    const int width = int(TestPatternLayout::contentWidth), height = int(TestPatternLayout::contentHeight);
+    const int width = int(TestPatternSpec::contentWidth), height = int(TestPatternSpec::contentHeight);
     auto first = screen.waitForShot(left, top, width, height, patternInPlace);
     ASSERT_TRUE(first) << "the pattern is not where the guest draws it";
     ASSERT_TRUE(locate());

@@ -60,9 +60,9 @@ TEST(InputEcho, Key122TurnsTheSquareWhiteThenBlackAndFramesEchoTheSequence) {
     EXPECT_EQ(first->header.inputEcho, 0u);
 
     const uint32_t window = w.pattern.window;
-    w.send(Kind::keyDown, window, TestPatternLayout::f1KeyCode, 41);
+    w.send(Kind::keyDown, window, TestPatternSpec::f1KeyCode, 41);
     EXPECT_TRUE(w.awaitPicture(0, [](const Picture& p) { return p.header.inputEcho == 41 && p.white; }));
-    w.send(Kind::keyUp, window, TestPatternLayout::f1KeyCode, 42);
+    w.send(Kind::keyUp, window, TestPatternSpec::f1KeyCode, 42);
     EXPECT_TRUE(w.awaitPicture(0, [](const Picture& p) { return p.header.inputEcho == 42 && !p.white; }));
     // The echo only ever showed what had gone out, in order.
     for (size_t i = 1; i < w.host.pictures.size(); ++i) {
@@ -78,7 +78,7 @@ TEST(InputEcho, Key122TurnsTheSquareWhiteThenBlackAndFramesEchoTheSequence) {
     w.pattern.desktop->closeWindow(gone);
     w.host.service->trackWindows();
     const size_t posted = w.pattern.desktop->postedEvents().size();
-    w.send(Kind::keyDown, gone, TestPatternLayout::f1KeyCode, 99);
+    w.send(Kind::keyDown, gone, TestPatternSpec::f1KeyCode, 99);
     ASSERT_TRUE(w.host.inputHandled());
     EXPECT_EQ(w.pattern.desktop->postedEvents().size(), posted);
     EXPECT_EQ(w.host.service->echoCounter()->value(), 42u);
@@ -101,7 +101,7 @@ TEST(InputEcho, InputGoesThroughWhileTheMainActorIsBusy) {
     std::optional<Picture> echoed;
     bool done = false;
     w.main.post([&] {
-        w.send(Kind::keyDown, w.pattern.window, TestPatternLayout::f1KeyCode, 7);
+        w.send(Kind::keyDown, w.pattern.window, TestPatternSpec::f1KeyCode, 7);
         echoed = w.awaitPicture(0, [](const Picture& p) { return p.header.inputEcho == 7 && p.white; });
         done = true;
     });

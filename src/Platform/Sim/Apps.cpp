@@ -97,7 +97,7 @@ int32_t World::launchBundle(const std::filesystem::path& bundle, const AppBundle
     if (running) {
         pid = *running;
     } else {
-        const bool testPattern = info.bundleID == std::string(TestPatternLayout::bundleID);
+        const bool testPattern = info.bundleID == std::string(TestPatternSpec::bundleID);
         ProcessSetup setup{.name = info.name,
                            .bundleID = info.bundleID,
                            .bundleURL = bundle,
@@ -105,9 +105,8 @@ int32_t World::launchBundle(const std::filesystem::path& bundle, const AppBundle
                            .menuBar = testPattern ? testPatternMenuBar(info.name) : plainMenuBar(info.name)};
         pid = addProcess(std::move(setup));
         if (testPattern) {
-            addWindow(pid,
-                      {.title = std::string(TestPatternLayout::windowTitle),
-                       .frame = nextPlacement({TestPatternLayout::contentWidth, TestPatternLayout::contentHeight})});
+            addWindow(pid, {.title = std::string(TestPatternSpec::windowTitle),
+                            .frame = nextPlacement({TestPatternSpec::contentWidth, TestPatternSpec::contentHeight})});
         } else {
             addWindow(pid, {.title = info.name, .frame = nextPlacement({800, 600}), .content = plainWindowContent()});
         }
@@ -185,7 +184,7 @@ void World::deliver(int32_t pid, std::optional<uint32_t> target, const PlatformE
     if (type != PlatformEvent::keyDown && type != PlatformEvent::keyUp) return;
     const auto keyCode = uint16_t(event.integerField(PlatformEvent::fieldKeyboardKeycode));
     if (p->setup.kind == AppKind::testPattern) {
-        if (keyCode == TestPatternLayout::f1KeyCode) p->squareWhite = type == PlatformEvent::keyDown;
+        if (keyCode == TestPatternSpec::f1KeyCode) p->squareWhite = type == PlatformEvent::keyDown;
         return;
     }
     if (p->setup.kind != AppKind::plain || type != PlatformEvent::keyDown) return;

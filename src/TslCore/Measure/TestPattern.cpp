@@ -26,7 +26,7 @@ void fillBGRA(uint8_t* base, int64_t width, int64_t height, size_t bytesPerRow, 
 
 void drawTestPattern(uint8_t* base, int64_t width, int64_t height, size_t bytesPerRow, double scale,
                      uint64_t counter, bool squareWhite) {
-    using namespace TestPatternLayout;
+    using namespace TestPatternSpec;
     auto px = [scale](double points) { return int64_t(scale * points); };
     fillBGRA(base, width, height, bytesPerRow, 0, 0, width, height, background);
     const int64_t barX = int64_t(counter % 60) * width / 60;

@@ -7,7 +7,7 @@ namespace tsl {
 
 // The test pattern's layout, shared by whatever draws it and whatever reads
 // it back. Sizes and positions are points from the content's top-left corner.
-namespace TestPatternLayout {
+namespace TestPatternSpec {
 inline constexpr double contentWidth = 640.0;
 inline constexpr double contentHeight = 400.0;
 inline constexpr double squareX = 40.0;
@@ -22,7 +22,7 @@ inline constexpr uint16_t f1KeyCode = 122;  // turns the square white while down
 inline constexpr std::string_view windowTitle = "Tsl TestPattern";
 inline constexpr std::string_view bundleID = "com.tessel.testpattern";
 inline constexpr double whiteThreshold = 160.0;  // mean luma above which the square is white
-}  // namespace TestPatternLayout
+}  // namespace TestPatternSpec
 
 // Fills a rectangle of 32-bit BGRA memory with one colour (0xAARRGGBB),
 // clipped to the picture.

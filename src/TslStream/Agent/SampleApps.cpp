@@ -24,7 +24,7 @@ std::string infoPlist(const SampleApp& app) {
 
 const std::vector<SampleApp>& sampleApps() {
     static const std::vector<SampleApp> apps{
-        {"Tsl TestPattern.app", "Tsl TestPattern", std::string(TestPatternLayout::bundleID), "1.0"},
+        {"Tsl TestPattern.app", "Tsl TestPattern", std::string(TestPatternSpec::bundleID), "1.0"},
         {"Tsl Scratchpad.app", "Tsl Scratchpad", "com.tessel.scratchpad", "1.0"},
     };
     return apps;

@@ -6,12 +6,12 @@
 namespace tsl {
 
 SyntheticTestPattern::SyntheticTestPattern(double s)
-    : pixelWidth(int64_t(s * TestPatternLayout::contentWidth)),
-      pixelHeight(int64_t(s * TestPatternLayout::contentHeight)),
+    : pixelWidth(int64_t(s * TestPatternSpec::contentWidth)),
+      pixelHeight(int64_t(s * TestPatternSpec::contentHeight)),
       scale(s) {}
 
 void SyntheticTestPattern::apply(const InputEvent& event) {
-    if (event.keyCode != TestPatternLayout::f1KeyCode) return;
+    if (event.keyCode != TestPatternSpec::f1KeyCode) return;
     std::lock_guard g(lock);
     if (event.kind == InputEvent::Kind::keyDown) squareWhite = true;
     else if (event.kind == InputEvent::Kind::keyUp) squareWhite = false;

@@ -8,7 +8,7 @@
 namespace tsl::TestPatternProbe {
 
 std::optional<bool> squareIsWhite(PixelBuffer& frame, double scale, double originY) {
-    using namespace TestPatternLayout;
+    using namespace TestPatternSpec;
     constexpr double inset = 8;
     auto luma = PixelBuffers::meanLuma(frame, int64_t((squareX + inset) * scale),
                                        int64_t((originY + squareY + inset) * scale),
@@ -18,7 +18,7 @@ std::optional<bool> squareIsWhite(PixelBuffer& frame, double scale, double origi
 }
 
 std::optional<uint64_t> counter(PixelBuffer& frame, double scale, double originY) {
-    using namespace TestPatternLayout;
+    using namespace TestPatternSpec;
     int64_t side = std::max<int64_t>(int64_t(8 * scale), 2);
     int64_t y = int64_t((originY + barcodeY + 4) * scale);
     uint64_t value = 0;

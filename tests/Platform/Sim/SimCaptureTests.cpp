@@ -70,9 +70,9 @@ const PlatformValue* info(const CaptureSample& s, const char* key) { return (*s.
 // The counter the pattern's cells show, read at each cell's middle.
 uint64_t cells(PixelBuffer& buffer, double scale) {
     uint64_t value = 0;
-    for (int i = 0; i < TestPatternLayout::barcodeBits; ++i) {
-        const auto x = int64_t(scale * (TestPatternLayout::barcodeX + TestPatternLayout::barcodeCell * (i + 0.5)));
-        const auto y = int64_t(scale * (TestPatternLayout::barcodeY + TestPatternLayout::barcodeHeight / 2));
+    for (int i = 0; i < TestPatternSpec::barcodeBits; ++i) {
+        const auto x = int64_t(scale * (TestPatternSpec::barcodeX + TestPatternSpec::barcodeCell * (i + 0.5)));
+        const auto y = int64_t(scale * (TestPatternSpec::barcodeY + TestPatternSpec::barcodeHeight / 2));
         if (test::pixelAt(buffer, x, y) == 0xFFFFFFFF) value |= uint64_t(1) << i;
     }
     return value;
@@ -82,7 +82,7 @@ struct CapturePatternDesktop {
     test::TempDir dir;
     std::shared_ptr<Desktop> desktop = Desktop::make({.manualCapture = true});
     PlatformServices services = desktop->services();
-    int32_t pid = *desktop->launch(test::makeBundle(dir.path(), "Pattern", std::string(TestPatternLayout::bundleID)));
+    int32_t pid = *desktop->launch(test::makeBundle(dir.path(), "Pattern", std::string(TestPatternSpec::bundleID)));
     uint32_t window = desktop->windows().front().id;
 
     std::shared_ptr<CaptureStream> stream(const CaptureConfiguration& c, Recorder& r,

@@ -58,7 +58,7 @@ TEST(X11AgentStream, PatternFramesFollowKeysResizesAndTheWindowsEnd) {
     using Kind = InputEvent::Kind;
     auto key = [&](Kind kind, uint32_t sequence) {
         w.host.send(
-            {.kind = kind, .windowID = pattern->id, .keyCode = TestPatternLayout::f1KeyCode, .sequence = sequence});
+            {.kind = kind, .windowID = pattern->id, .keyCode = TestPatternSpec::f1KeyCode, .sequence = sequence});
     };
     key(Kind::keyDown, 41);
     EXPECT_TRUE(w.awaitPicture(0, [](const Picture& p) { return p.header.inputEcho == 41 && p.white; }));

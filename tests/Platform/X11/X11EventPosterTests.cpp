@@ -24,7 +24,7 @@ protected:
         return e;
     }
     bool squareIsWhite(const Rect& window) {
-        using namespace TestPatternLayout;
+        using namespace TestPatternSpec;
         auto luma =
             display->meanLuma(int(window.x + squareX), int(window.y + squareY), int(squareSize), int(squareSize));
         return luma && *luma > whiteThreshold;
@@ -78,16 +78,16 @@ TEST_P(X11EventPosterTest, F1TurnsThePatternsSquareWhiteOnScreen) {
     ASSERT_TRUE(platform.workspace->activate(xterm.pid(), 0));
     ASSERT_FALSE(squareIsWhite(window->bounds));
 
-    platform.eventPoster->postToPid(pattern.pid(), key(TestPatternLayout::f1KeyCode, true));
+    platform.eventPoster->postToPid(pattern.pid(), key(TestPatternSpec::f1KeyCode, true));
     EXPECT_TRUE(display->waitUntil([&] { return squareIsWhite(window->bounds); }));
     EXPECT_EQ(platform.workspace->frontmostApplication()->processIdentifier, pattern.pid());
-    platform.eventPoster->postToPid(pattern.pid(), key(TestPatternLayout::f1KeyCode, false));
+    platform.eventPoster->postToPid(pattern.pid(), key(TestPatternSpec::f1KeyCode, false));
     EXPECT_TRUE(display->waitUntil([&] { return !squareIsWhite(window->bounds); }));
 
     // The HID route gives the key to whatever has the focus.
-    platform.eventPoster->post(EventPoster::Tap::hid, key(TestPatternLayout::f1KeyCode, true));
+    platform.eventPoster->post(EventPoster::Tap::hid, key(TestPatternSpec::f1KeyCode, true));
     EXPECT_TRUE(display->waitUntil([&] { return squareIsWhite(window->bounds); }));
-    platform.eventPoster->post(EventPoster::Tap::hid, key(TestPatternLayout::f1KeyCode, false));
+    platform.eventPoster->post(EventPoster::Tap::hid, key(TestPatternSpec::f1KeyCode, false));
 }
 
 TEST_P(X11EventPosterTest, PointerGoesWhereAskedAndPixelsAddUpToNotches) {

@@ -88,7 +88,7 @@ TEST(AgentEndToEnd, TheHostListsLaunchesStreamsAWindowRawAndAsH264AndTypesIntoIt
     auto apps = appsReply.get<ControlMessage::AppList>();
     ASSERT_TRUE(apps);
     auto pattern = std::find_if(apps->value.begin(), apps->value.end(),
-                                [](const GuestApp& a) { return a.bundleID == TestPatternLayout::bundleID; });
+                                [](const GuestApp& a) { return a.bundleID == TestPatternSpec::bundleID; });
     ASSERT_NE(pattern, apps->value.end());
 
     LaunchRequest launch;
@@ -100,7 +100,7 @@ TEST(AgentEndToEnd, TheHostListsLaunchesStreamsAWindowRawAndAsH264AndTypesIntoIt
     for (int i = 0; i < 100 && !window; ++i) {
         auto list = run(link->control->request(ControlMessage::ListWindows{WindowQuery{.pid = launched->value.pid}}, 10));
         for (const auto& w : list.get<ControlMessage::WindowList>()->value)
-            if (w.title == TestPatternLayout::windowTitle) window = w;
+            if (w.title == TestPatternSpec::windowTitle) window = w;
         if (!window) std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     ASSERT_TRUE(window);
@@ -119,7 +119,7 @@ TEST(AgentEndToEnd, TheHostListsLaunchesStreamsAWindowRawAndAsH264AndTypesIntoIt
         EXPECT_GT(counters[2], counters[1]);
         EXPECT_EQ(last.codec, codec);
         EXPECT_EQ((std::pair{last.width, last.height}),
-                  (std::pair{uint32_t(TestPatternLayout::contentWidth), uint32_t(TestPatternLayout::contentHeight)}));
+                  (std::pair{uint32_t(TestPatternSpec::contentWidth), uint32_t(TestPatternSpec::contentHeight)}));
         run(link->control->request(ControlMessage::StopStream{streamID}, 10));
     }
 
@@ -129,10 +129,8 @@ TEST(AgentEndToEnd, TheHostListsLaunchesStreamsAWindowRawAndAsH264AndTypesIntoIt
     StreamRequest request{.streamID = 3, .windowID = window->windowID, .fps = 30, .scale = 1.0, .codec = VideoCodec::h264};
     ASSERT_TRUE(run(link->control->request(ControlMessage::StartStream{request}, 10)).get<ControlMessage::StreamStarted>());
     auto key = [&](InputEvent::Kind kind, uint32_t sequence) {
-        link->sendInput({.kind = kind,
-                         .windowID = window->windowID,
-                         .keyCode = TestPatternLayout::f1KeyCode,
-                         .sequence = sequence});
+        link->sendInput(
+            {.kind = kind, .windowID = window->windowID, .keyCode = TestPatternSpec::f1KeyCode, .sequence = sequence});
     };
     key(InputEvent::Kind::keyDown, 11);
     EXPECT_TRUE(viewer.echoed(3, 11, true));

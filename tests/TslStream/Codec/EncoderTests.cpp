@@ -18,8 +18,8 @@ using Flags = VideoFrameHeader::Flags;
 std::shared_ptr<PixelBuffer> pattern(int64_t width, int64_t height, uint64_t counter) {
     auto buffer = PixelBuffers::make(width, height);
     PixelBufferLock locked(*buffer, 0);
-    drawTestPattern(locked.base(), width, height, buffer->bytesPerRow(),
-                    double(width) / TestPatternLayout::contentWidth, counter, false);
+    drawTestPattern(locked.base(), width, height, buffer->bytesPerRow(), double(width) / TestPatternSpec::contentWidth,
+                    counter, false);
     return buffer;
 }
 

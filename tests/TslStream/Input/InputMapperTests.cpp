@@ -143,7 +143,7 @@ TEST(InputMapper, SharedMapperGivesEachSequenceOnce) {
 }
 
 TEST(HostKeyboard, KeysReachTheGuestsCodes) {
-    EXPECT_EQ(HostKeyboard::guestKeyCode(58), TestPatternLayout::f1KeyCode);  // F1 turns the square white
+    EXPECT_EQ(HostKeyboard::guestKeyCode(58), TestPatternSpec::f1KeyCode);  // F1 turns the square white
     EXPECT_EQ(HostKeyboard::guestKeyCode(4), 0x00);                        // a
     EXPECT_EQ(HostKeyboard::guestKeyCode(29), 0x06);                       // z
     EXPECT_EQ(HostKeyboard::guestKeyCode(39), 0x1D);                       // 0

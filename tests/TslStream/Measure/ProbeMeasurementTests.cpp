@@ -29,7 +29,7 @@ std::shared_ptr<PixelBuffer> patternFrame(double scale, double originY, uint64_t
 InputEvent probeKey(InputEvent::Kind kind, uint32_t sequence) {
     InputEvent e;
     e.kind = kind;
-    e.keyCode = TestPatternLayout::f1KeyCode;
+    e.keyCode = TestPatternSpec::f1KeyCode;
     e.sequence = sequence;
     return e;
 }

@@ -83,13 +83,13 @@ TEST(SyntheticTestPattern, OnlyKey122MovesTheSquareAndTheSequence) {
     pattern.apply(keyEvent(InputEvent::Kind::keyDown, 121, 5));
     auto frame = pattern.nextFrame();
     EXPECT_EQ(frame.lastInputSeq, 0u);
-    pattern.apply(keyEvent(InputEvent::Kind::keyDown, TestPatternLayout::f1KeyCode, 6));
+    pattern.apply(keyEvent(InputEvent::Kind::keyDown, TestPatternSpec::f1KeyCode, 6));
     EXPECT_EQ(square(), 0xFFFFFFFFu);
-    pattern.apply(keyEvent(InputEvent::Kind::flagsChanged, TestPatternLayout::f1KeyCode, 7));
+    pattern.apply(keyEvent(InputEvent::Kind::flagsChanged, TestPatternSpec::f1KeyCode, 7));
     frame = pattern.nextFrame();
     EXPECT_EQ(frame.lastInputSeq, 7u);
     EXPECT_EQ(pixel(*frame.buffer, 70, 70), 0xFFFFFFFFu);
-    pattern.apply(keyEvent(InputEvent::Kind::keyUp, TestPatternLayout::f1KeyCode, 8));
+    pattern.apply(keyEvent(InputEvent::Kind::keyUp, TestPatternSpec::f1KeyCode, 8));
     EXPECT_EQ(square(), 0xFF000000u);
 
     // Input and frames from different threads.

@@ -84,7 +84,7 @@ TEST(SDLEventTranslator, KeysModifiersAndShortcuts) {
     chain.handle(key(SDL_KEYUP, SDL_SCANCODE_F1, 0));
     ASSERT_EQ(sent.size(), 2u);
     EXPECT_EQ(sent[0].kind, Kind::keyDown);
-    EXPECT_EQ(sent[0].keyCode, TestPatternLayout::f1KeyCode);
+    EXPECT_EQ(sent[0].keyCode, TestPatternSpec::f1KeyCode);
     EXPECT_EQ(sent[0].x, 0);
     EXPECT_EQ(sent[1].kind, Kind::keyUp);
 

@@ -111,7 +111,7 @@ TEST_F(StreamViewTest, AViewSharesItsWindowsSequenceWithOtherSenders) {
     std::vector<uint32_t> sequences;
     view.onInput = [&](const InputEvent& e) { sequences.push_back(e.sequence); };
     view.handle(key(SDL_KEYDOWN, SDL_SCANCODE_F1, 0));
-    sequences.push_back(input->map({.type = InputMapper::keyUp, .keyCode = TestPatternLayout::f1KeyCode})->sequence);
+    sequences.push_back(input->map({.type = InputMapper::keyUp, .keyCode = TestPatternSpec::f1KeyCode})->sequence);
     view.handle(key(SDL_KEYUP, SDL_SCANCODE_F1, 0));
     EXPECT_EQ(sequences, (std::vector<uint32_t>{1, 2, 3}));
 }
