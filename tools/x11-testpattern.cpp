@@ -1,6 +1,7 @@
 // The test pattern as a real X client: the same picture the simulated
-// application draws, a counter that advances with every drawn frame, and a
-// square that is white while F1 is held.
+// application draws, a counter that advances with every frame of its clock,
+// and a square that is white while F1 is held. A key repaints at once with
+// the same count, so that a gap in the count is a frame lost on the way.
 //
 //   x11-testpattern [--fps N] [--position X,Y]
 
@@ -104,8 +105,10 @@ public:
         xcb_flush(c);
     }
 
-    void draw() {
-        drawTestPattern(pixels.data(), width, height, size_t(width) * 4, 1.0, ++counter, squareWhite);
+    // A new frame of the clock, or the current one again.
+    void draw(bool advance) {
+        if (advance) ++counter;
+        drawTestPattern(pixels.data(), width, height, size_t(width) * 4, 1.0, counter, squareWhite);
         for (uint32_t row = 0; row < height; row += bandRows) {
             const uint32_t rows = std::min<uint32_t>(bandRows, height - row);
             xcb_put_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, window, gc, width, uint16_t(rows), 0, int16_t(row), 0, depth,
@@ -156,7 +159,7 @@ int main(int argc, char** argv) {
             auto* key = reinterpret_cast<xcb_key_press_event_t*>(event);
             if (xcb_key_symbols_get_keysym(symbols, key->detail, 0) == keysymF1) {
                 pattern.squareWhite = type == XCB_KEY_PRESS;
-                pattern.draw();  // at once, not at the next tick
+                pattern.draw(false);  // at once, not at the next tick
             }
         } else if (type == XCB_CLIENT_MESSAGE) {
             auto* message = reinterpret_cast<xcb_client_message_event_t*>(event);
@@ -175,7 +178,7 @@ int main(int argc, char** argv) {
             else break;
         const auto now = Clock::now();
         if (open && now >= next) {
-            pattern.draw();
+            pattern.draw(true);
             next += interval;
             if (next < now) next = now + interval;  // fell behind: don't draw a burst
         }
