@@ -1,9 +1,6 @@
 #include "Platform/PixelBuffer.h"
 
-#include <atomic>
 #include <cstdlib>
-#include <cstring>
-#include <new>
 
 namespace tsl {
 namespace {

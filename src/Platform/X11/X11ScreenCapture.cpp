@@ -12,7 +12,6 @@
 #include <xcb/xfixes.h>
 
 #include <algorithm>
-#include <atomic>
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
